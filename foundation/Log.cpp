@@ -1,0 +1,4 @@
+#include "foundation/Log.h"
+
+Q_LOGGING_CATEGORY(lcFoundation, "quirepad.foundation", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcProcess, "quirepad.process", QtInfoMsg)

@@ -1,0 +1,33 @@
+#include "foundation/runloop.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QTimer>
+
+namespace quirepad {
+
+void sleep_main_loop(double seconds)
+{
+    if (seconds <= 0) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+        return;
+    }
+    const QDeadlineTimer deadline(qint64(seconds * 1000.0), Qt::PreciseTimer);
+    while (!deadline.hasExpired()) {
+        QEventLoop loop;
+        QTimer::singleShot(qMax<qint64>(deadline.remainingTime(), 0), Qt::PreciseTimer, &loop, &QEventLoop::quit);
+        loop.exec(QEventLoop::AllEvents);
+    }
+}
+
+void run_idle_loop()
+{
+    // The timer wakes the wait if nothing else arrives within 0.1 s.
+    QTimer wake;
+    wake.setSingleShot(true);
+    wake.start(100);
+    QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+}
+
+} // namespace quirepad
