@@ -15,7 +15,9 @@ endfunction()
 function(quirepad_add_test_suite subsystem)
     cmake_parse_arguments(ARG "" "" "SOURCES;CLASSES;LIBS;ENVIRONMENT" ${ARGN})
     set(target tst_${subsystem})
-    add_executable(${target} ${ARG_SOURCES} ${PROJECT_SOURCE_DIR}/tests/common/TestMain.cpp)
+    add_executable(${target} ${ARG_SOURCES}
+        ${PROJECT_SOURCE_DIR}/tests/common/TestMain.cpp
+        ${PROJECT_SOURCE_DIR}/tests/common/LogCapture.cpp)
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests/common)
     target_link_libraries(${target} PRIVATE Qt6::Test ${ARG_LIBS})
     foreach(cls IN LISTS ARG_CLASSES)

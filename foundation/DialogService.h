@@ -1,1 +1,53 @@
-// placeholder
+#pragma once
+
+#include "foundation/Error.h"
+
+#include <QString>
+
+#include <memory>
+
+namespace quirepad {
+
+// Everything the program asks of the user or tells the user goes through one
+// DialogService: message boxes on a desktop, a scripted stand-in in tests and
+// headless runs. Used from the GUI thread only.
+class DialogService
+{
+public:
+    // Response code of the first (default) button of an alert.
+    static constexpr int FirstButtonResponse = 1000;
+
+    virtual ~DialogService();
+
+    // A message with a single default OK button; answers the button's response.
+    virtual int alert(const QString& message, const QString& informative) = 0;
+    // An error presented as messageFor(error) / informativeFor(error).
+    virtual int error(const Error& error) = 0;
+    // Two choices; the negative one is the default button (Return) and the
+    // escape button. True exactly when the affirmative one was chosen.
+    virtual bool question(const QString& message, const QString& informative,
+                          const QString& affirmativeTitle, const QString& negativeTitle) = 0;
+    // A single-line text field filled with initialValue. The entered text when
+    // confirmed with something in it, otherwise a null string.
+    virtual QString prompt(const QString& message, const QString& informative, const QString& initialValue,
+                           const QString& confirmTitle, const QString& cancelTitle) = 0;
+    // A passing desktop notification; revealPath (when not empty) is the file
+    // shown in the file manager when the user activates it.
+    virtual void notify(const QString& title, const QString& text, const QString& revealPath) = 0;
+
+    // The headline and the explanatory text an error is presented with.
+    static QString messageFor(const Error& error);
+    static QString informativeFor(const Error& error);
+
+    // The process-wide service; a ScriptedDialogService until one is set.
+    static DialogService& current();
+    // Replaces the process-wide service; null restores the scripted default.
+    static void setCurrent(std::unique_ptr<DialogService> service);
+
+protected:
+    DialogService() = default;
+    DialogService(const DialogService&) = delete;
+    DialogService& operator=(const DialogService&) = delete;
+};
+
+} // namespace quirepad

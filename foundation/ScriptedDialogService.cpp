@@ -1,1 +1,134 @@
-// placeholder
+#include "foundation/ScriptedDialogService.h"
+
+#include "foundation/Log.h"
+
+#include <QCoreApplication>
+
+namespace quirepad {
+
+namespace {
+QString okTitle()
+{
+    return QCoreApplication::translate("DialogService", "OK");
+}
+} // namespace
+
+void ScriptedDialogService::enqueueAnswer(const QVariant& answer)
+{
+    m_answers.enqueue(answer);
+}
+
+QString ScriptedDialogService::kindName(Kind kind)
+{
+    switch (kind) {
+    case Kind::Alert:
+        return QStringLiteral("alert");
+    case Kind::Error:
+        return QStringLiteral("error");
+    case Kind::Question:
+        return QStringLiteral("question");
+    case Kind::Prompt:
+        return QStringLiteral("prompt");
+    case Kind::Notification:
+        return QStringLiteral("notification");
+    }
+    return QString();
+}
+
+QVariant ScriptedDialogService::takeAnswer(bool* scripted)
+{
+    *scripted = !m_answers.isEmpty();
+    return *scripted ? m_answers.dequeue() : QVariant();
+}
+
+int ScriptedDialogService::buttonAnswer(Kind kind)
+{
+    bool scripted = false;
+    const QVariant answer = takeAnswer(&scripted);
+    if (!scripted)
+        return FirstButtonResponse;
+    bool isNumber = false;
+    const int response = answer.toInt(&isNumber);
+    if (isNumber && answer.typeId() != QMetaType::Bool)
+        return response;
+    qCWarning(lcDesktop) << "scripted answer" << answer << "does not fit a" << kindName(kind)
+                         << "- answering with the default button";
+    return FirstButtonResponse;
+}
+
+void ScriptedDialogService::record(Interaction interaction)
+{
+    QString line = kindName(interaction.kind) + QStringLiteral(": \"") + interaction.message + u'"';
+    if (!interaction.informative.isEmpty())
+        line += QStringLiteral(" \"") + interaction.informative + u'"';
+    if (interaction.kind == Kind::Notification) {
+        if (!interaction.revealPath.isEmpty())
+            line += QStringLiteral(" reveal ") + interaction.revealPath;
+    } else {
+        line += QStringLiteral(" -> ")
+            + (interaction.answer.isValid() ? interaction.answer.toString() : QStringLiteral("(nothing)"));
+    }
+    qCInfo(lcDesktop).noquote() << line;
+    m_interactions.append(std::move(interaction));
+}
+
+int ScriptedDialogService::alert(const QString& message, const QString& informative)
+{
+    const int response = buttonAnswer(Kind::Alert);
+    record({Kind::Alert, message, informative, okTitle(), QString(), QString(), QString(), response});
+    return response;
+}
+
+int ScriptedDialogService::error(const quirepad::Error& error)
+{
+    const int response = buttonAnswer(Kind::Error);
+    record({Kind::Error, messageFor(error), informativeFor(error), okTitle(), QString(), QString(), QString(),
+            response});
+    return response;
+}
+
+bool ScriptedDialogService::question(const QString& message, const QString& informative,
+                                     const QString& affirmativeTitle, const QString& negativeTitle)
+{
+    bool scripted = false;
+    const QVariant answer = takeAnswer(&scripted);
+    bool affirmative = false;
+    if (scripted) {
+        if (answer.typeId() == QMetaType::Bool)
+            affirmative = answer.toBool();
+        else
+            qCWarning(lcDesktop) << "scripted answer" << answer
+                                 << "does not fit a question - answering with the default button";
+    }
+    record({Kind::Question, message, informative, negativeTitle, affirmativeTitle, QString(), QString(),
+            affirmative});
+    return affirmative;
+}
+
+QString ScriptedDialogService::prompt(const QString& message, const QString& informative,
+                                      const QString& initialValue, const QString& confirmTitle,
+                                      const QString& cancelTitle)
+{
+    bool scripted = false;
+    const QVariant answer = takeAnswer(&scripted);
+    QString entered;
+    if (!scripted) {
+        entered = initialValue;
+    } else if (answer.typeId() == QMetaType::QString) {
+        entered = answer.toString();
+    } else if (answer.isValid()) {
+        qCWarning(lcDesktop) << "scripted answer" << answer << "does not fit a prompt - answering with nothing";
+    }
+    // An empty field confirmed counts as no answer, like cancelling.
+    const QString result = entered.isEmpty() ? QString() : entered;
+    record({Kind::Prompt, message, informative, confirmTitle, cancelTitle, initialValue, QString(),
+            result.isNull() ? QVariant() : QVariant(result)});
+    return result;
+}
+
+void ScriptedDialogService::notify(const QString& title, const QString& text, const QString& revealPath)
+{
+    record({Kind::Notification, title, text, QString(), QString(), QString(), revealPath, QVariant()});
+}
+
+} // namespace quirepad

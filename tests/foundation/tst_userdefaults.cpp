@@ -1,1 +1,153 @@
-// placeholder
+#include "TestRegistry.h"
+
+#include "foundation/PlistReader.h"
+#include "foundation/UserDefaults.h"
+
+#include <QFile>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quirepad;
+
+namespace {
+
+QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArray& contents)
+{
+    const QString path = dir.filePath(name);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        return {};
+    file.write(contents);
+    return path;
+}
+
+QByteArray plist(const QByteArray& body)
+{
+    return R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0">)" + body + "</plist>\n";
+}
+
+} // namespace
+
+class UserDefaultsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void plistValuesKeepTheirTypes()
+    {
+        QTemporaryDir dir;
+        const QString path = writeFile(dir, "types.plist", plist(R"(<dict>
+            <key>flag</key><true/>
+            <key>count</key><integer>-3</integer>
+            <key>ratio</key><real>0.5</real>
+            <key>name</key><string>Zoë</string>
+            <key>blob</key><data>AAEC</data>
+            <key>when</key><date>2001-01-01T00:01:00Z</date>
+            <key>list</key><array><string>a</string><integer>2</integer></array>
+            <key>nested</key><dict><key>k</key><string>v</string></dict>
+        </dict>)"));
+        const QVariantMap map = PlistReader::dictionaryFromFile(path);
+        QCOMPARE(map.value("flag").typeId(), int(QMetaType::Bool));
+        QCOMPARE(map.value("flag").toBool(), true);
+        QCOMPARE(map.value("count").toLongLong(), -3);
+        QCOMPARE(map.value("ratio").toDouble(), 0.5);
+        QCOMPARE(map.value("name").toString(), QStringLiteral("Zoë"));
+        QCOMPARE(map.value("blob").toByteArray(), QByteArray("\x00\x01\x02", 3));
+        QCOMPARE(map.value("when").toDateTime().toUTC().time(), QTime(0, 1));
+        QCOMPARE(map.value("list").toList().size(), 2);
+        QCOMPARE(map.value("nested").toMap().value("k").toString(), QStringLiteral("v"));
+    }
+
+    void unreadablePropertyLists_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::newRow("garbage") << QByteArray("not a plist at all");
+        QTest::newRow("truncated XML") << plist("<dict><key>a</key>").left(120);
+        QTest::newRow("array at top") << plist("<array><string>a</string></array>");
+        QTest::newRow("empty file") << QByteArray();
+    }
+
+    void unreadablePropertyLists()
+    {
+        QFETCH(QByteArray, contents);
+        QTemporaryDir dir;
+        UserDefaults defaults(dir.filePath("settings.conf"));
+        QVERIFY(!defaults.registerDefaultsFromFile(writeFile(dir, "bad.plist", contents)));
+        QVERIFY(defaults.registeredDefaults().isEmpty());
+        QVERIFY(!defaults.registerDefaultsFromFile(dir.filePath("missing.plist")));
+    }
+
+    void plistRegisteredAfterCodeDefaultsWins()
+    {
+        QTemporaryDir dir;
+        UserDefaults defaults(dir.filePath("settings.conf"));
+        defaults.registerDefaults({{"show_menubar_icon", true}, {"maxcount", 5}});
+        QVERIFY(defaults.registerDefaultsFromFile(
+            writeFile(dir, "Defaults.plist", plist("<dict><key>maxcount</key><integer>7</integer></dict>"))));
+        QCOMPARE(defaults.integerValue("maxcount"), 7);
+        QCOMPARE(defaults.boolValue("show_menubar_icon"), true);
+    }
+
+    void applicationDefaultsFromStagedResources()
+    {
+        QTemporaryDir dir;
+        UserDefaults defaults(dir.filePath("settings.conf"));
+        defaults.registerApplicationDefaults();
+        QCOMPARE(defaults.boolValue("show_menubar_icon"), true);
+        QCOMPARE(defaults.integerValue("maxcount"), 5);
+        // Present in the shipped Defaults.plist, and off.
+        QVERIFY(defaults.registeredDefaults().contains("disable_all_displaynotifications"));
+        QCOMPARE(defaults.boolValue("disable_all_displaynotifications"), false);
+    }
+
+    void registrationIsNeverWritten()
+    {
+        QTemporaryDir dir;
+        const QString file = dir.filePath("settings.conf");
+        {
+            UserDefaults defaults(file);
+            defaults.registerDefaults({{"maxcount", 5}, {"destination_name", "Copy to Desktop"}});
+            defaults.setValue("destination_name", "Mine");
+            defaults.sync();
+        }
+        QSettings stored(file, QSettings::IniFormat);
+        QCOMPARE(stored.allKeys(), QStringList{"destination_name"});
+    }
+
+    void storedValuesOverlayRegisteredOnes_data()
+    {
+        QTest::addColumn<QVariant>("registered");
+        QTest::addColumn<QVariant>("stored");
+        QTest::newRow("bool off over on") << QVariant(true) << QVariant(false);
+        QTest::newRow("bool on over off") << QVariant(false) << QVariant(true);
+        QTest::newRow("integer") << QVariant(5) << QVariant(9);
+        QTest::newRow("string") << QVariant(QString("a")) << QVariant(QString("b c"));
+    }
+
+    void storedValuesOverlayRegisteredOnes()
+    {
+        QFETCH(QVariant, registered);
+        QFETCH(QVariant, stored);
+        QTemporaryDir dir;
+        const QString file = dir.filePath("settings.conf");
+        {
+            UserDefaults writer(file);
+            writer.setValue("key", stored);
+        }
+        // A fresh instance reads the text back and types it like the default.
+        UserDefaults reader(file);
+        reader.registerDefaults({{"key", registered}});
+        QCOMPARE(reader.value("key"), stored);
+        QCOMPARE(reader.dictionaryRepresentation().value("key"), stored);
+        reader.remove("key");
+        QCOMPARE(reader.value("key"), registered);
+        reader.setValue("key", QVariant());
+        QCOMPARE(reader.value("key"), registered);
+    }
+};
+
+QUIREPAD_REGISTER_TEST(UserDefaultsTest);
+#include "tst_userdefaults.moc"

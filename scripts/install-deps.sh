@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs every Debian 12 package the project needs to build, test and run.
+# Each subsystem adds its packages to the list below. Runs apt only when
+# something is missing, so repeated runs cost nothing.
+set -euo pipefail
+
+PACKAGES=(
+    # toolchain
+    cmake ninja-build g++ pkg-config
+    # Qt 6 (Core, Gui, Widgets, Network, Sql, DBus, Test) and its SQLite driver
+    qt6-base-dev qt6-base-dev-tools libqt6sql6-sqlite qt6-qpa-plugins libgl-dev
+    # foundation: property lists, ICU dates, zlib
+    libplist-dev libplist++-dev libicu-dev zlib1g-dev
+    # shell commands run through the Korn shell
+    ksh
+    # desktop services under test: a private D-Bus, a virtual display
+    dbus xvfb xauth fonts-dejavu-core
+)
+
+missing=()
+for pkg in "${PACKAGES[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
+        missing+=("$pkg")
+    fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+    echo "install-deps: all ${#PACKAGES[@]} packages present"
+    exit 0
+fi
+
+if [ "$(id -u)" -ne 0 ]; then
+    echo "install-deps: missing packages: ${missing[*]}" >&2
+    echo "install-deps: run as root (or with sudo) to install them" >&2
+    exit 1
+fi
+
+echo "install-deps: installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+apt-get update -q
+apt-get install -y -q --no-install-recommends "${missing[@]}"
