@@ -25,12 +25,14 @@ public:
     virtual int error(const Error& error) = 0;
     // Two choices; the negative one is the default button (Return) and the
     // escape button. True exactly when the affirmative one was chosen.
-    virtual bool question(const QString& message, const QString& informative,
-                          const QString& affirmativeTitle, const QString& negativeTitle) = 0;
+    virtual bool question(const QString& message, const QString& informative, const QString& affirmativeTitle,
+        const QString& negativeTitle)
+        = 0;
     // A single-line text field filled with initialValue. The entered text when
     // confirmed with something in it, otherwise a null string.
     virtual QString prompt(const QString& message, const QString& informative, const QString& initialValue,
-                           const QString& confirmTitle, const QString& cancelTitle) = 0;
+        const QString& confirmTitle, const QString& cancelTitle)
+        = 0;
     // A passing desktop notification; revealPath (when not empty) is the file
     // shown in the file manager when the user activates it.
     virtual void notify(const QString& title, const QString& text, const QString& revealPath) = 0;

@@ -28,20 +28,20 @@ FreedesktopNotifier::FreedesktopNotifier(const QDBusConnection& sessionBus, QObj
         return;
     // Matched on path and interface only: naming the service would make Qt
     // look up its owner with a blocking call. Ids not ours are ignored below.
-    m_bus.connect(QString(), kPath, kInterface, QStringLiteral("ActionInvoked"), this,
-                  SLOT(handleActionInvoked(uint, QString)));
+    m_bus.connect(
+        QString(), kPath, kInterface, QStringLiteral("ActionInvoked"), this, SLOT(handleActionInvoked(uint, QString)));
     m_bus.connect(QString(), kPath, kInterface, QStringLiteral("NotificationClosed"), this,
-                  SLOT(handleNotificationClosed(uint, uint)));
+        SLOT(handleNotificationClosed(uint, uint)));
 }
 
 FreedesktopNotifier::~FreedesktopNotifier()
 {
     if (!m_bus.isConnected())
         return;
-    m_bus.disconnect(QString(), kPath, kInterface, QStringLiteral("ActionInvoked"), this,
-                     SLOT(handleActionInvoked(uint, QString)));
+    m_bus.disconnect(
+        QString(), kPath, kInterface, QStringLiteral("ActionInvoked"), this, SLOT(handleActionInvoked(uint, QString)));
     m_bus.disconnect(QString(), kPath, kInterface, QStringLiteral("NotificationClosed"), this,
-                     SLOT(handleNotificationClosed(uint, uint)));
+        SLOT(handleNotificationClosed(uint, uint)));
 }
 
 void FreedesktopNotifier::notify(const QString& title, const QString& text, const QString& revealPath)
@@ -56,7 +56,7 @@ void FreedesktopNotifier::notify(const QString& title, const QString& text, cons
         const QString showInFolder = tr("Show in Folder");
         actions << kDefaultAction << showInFolder << kRevealAction << showInFolder;
     }
-    QVariantMap hints{{QStringLiteral("sound-name"), QStringLiteral("message-new-instant")}};
+    QVariantMap hints { { QStringLiteral("sound-name"), QStringLiteral("message-new-instant") } };
     const QString desktopEntry = QGuiApplication::desktopFileName();
     if (!desktopEntry.isEmpty())
         hints.insert(QStringLiteral("desktop-entry"), desktopEntry);
@@ -69,18 +69,18 @@ void FreedesktopNotifier::notify(const QString& title, const QString& text, cons
 
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
-            [this, title, text, revealPath](QDBusPendingCallWatcher* finished) {
-                finished->deleteLater();
-                const QDBusPendingReply<uint> reply = *finished;
-                if (reply.isError()) {
-                    logUndelivered(title, text, reply.error().message());
-                    return;
-                }
-                const uint id = reply.value();
-                if (!revealPath.isEmpty())
-                    m_revealPaths.insert(id, revealPath);
-                emit posted(id);
-            });
+        [this, title, text, revealPath](QDBusPendingCallWatcher* finished) {
+            finished->deleteLater();
+            const QDBusPendingReply<uint> reply = *finished;
+            if (reply.isError()) {
+                logUndelivered(title, text, reply.error().message());
+                return;
+            }
+            const uint id = reply.value();
+            if (!revealPath.isEmpty())
+                m_revealPaths.insert(id, revealPath);
+            emit posted(id);
+        });
 }
 
 void FreedesktopNotifier::logUndelivered(const QString& title, const QString& text, const QString& reason)

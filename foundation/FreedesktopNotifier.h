@@ -17,8 +17,8 @@ class FreedesktopNotifier : public QObject
     Q_OBJECT
 
 public:
-    explicit FreedesktopNotifier(const QDBusConnection& sessionBus = QDBusConnection::sessionBus(),
-                                 QObject* parent = nullptr);
+    explicit FreedesktopNotifier(
+        const QDBusConnection& sessionBus = QDBusConnection::sessionBus(), QObject* parent = nullptr);
     ~FreedesktopNotifier() override;
 
     void notify(const QString& title, const QString& text, const QString& revealPath = {});

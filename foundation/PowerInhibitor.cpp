@@ -33,9 +33,9 @@ bool PowerInhibitor::inhibitFor(double seconds)
         return false;
     }
 
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.login1"), QStringLiteral("/org/freedesktop/login1"),
-        QStringLiteral("org.freedesktop.login1.Manager"), QStringLiteral("Inhibit"));
+    QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.login1"),
+        QStringLiteral("/org/freedesktop/login1"), QStringLiteral("org.freedesktop.login1.Manager"),
+        QStringLiteral("Inhibit"));
     call << QStringLiteral("idle:sleep") << QStringLiteral("Quirepad") << QStringLiteral("Halvern Initiated no-nap")
          << QStringLiteral("block");
     const QDBusMessage reply = m_bus.call(call, QDBus::Block, CallTimeoutMs);
@@ -44,8 +44,8 @@ bool PowerInhibitor::inhibitFor(double seconds)
         return false;
     }
     const QVariantList arguments = reply.arguments();
-    const QDBusUnixFileDescriptor lock =
-        arguments.isEmpty() ? QDBusUnixFileDescriptor() : arguments.constFirst().value<QDBusUnixFileDescriptor>();
+    const QDBusUnixFileDescriptor lock
+        = arguments.isEmpty() ? QDBusUnixFileDescriptor() : arguments.constFirst().value<QDBusUnixFileDescriptor>();
     if (!lock.isValid()) {
         qCInfo(lcDesktop) << "cannot inhibit sleep: logind answered without a lock";
         return false;

@@ -19,14 +19,14 @@ public:
     // How long inhibitFor() waits for logind before giving up.
     static constexpr int CallTimeoutMs = 2000;
 
-    explicit PowerInhibitor(const QDBusConnection& systemBus = QDBusConnection::systemBus(),
-                            QObject* parent = nullptr);
+    explicit PowerInhibitor(const QDBusConnection& systemBus = QDBusConnection::systemBus(), QObject* parent = nullptr);
     // Releases every lock still held.
     ~PowerInhibitor() override;
 
-    // Takes a new lock and releases it after the given time. An earlier lock
-    // is not cut short: each ends at its own time. False (and logged) when no
-    // lock could be had or seconds is not positive.
+    // Takes a new lock and releases it after the given time (at most about
+    // 24 days, the longest a timer runs). An earlier lock is not cut short:
+    // each ends at its own time. Waits up to CallTimeoutMs for logind. False
+    // (and logged) when no lock could be had or seconds is not positive.
     bool inhibitFor(double seconds);
 
     // The lock taken last while it is still held; 0 when there is none.

@@ -66,8 +66,8 @@ int QtDialogService::error(const quirepad::Error& error)
     return showSingleButtonBox(QMessageBox::Critical, messageFor(error), informativeFor(error));
 }
 
-bool QtDialogService::question(const QString& message, const QString& informative, const QString& affirmativeTitle,
-                               const QString& negativeTitle)
+bool QtDialogService::question(
+    const QString& message, const QString& informative, const QString& affirmativeTitle, const QString& negativeTitle)
 {
     QMessageBox box;
     setUpMessageBox(box, QMessageBox::Question, message, informative);
@@ -80,7 +80,7 @@ bool QtDialogService::question(const QString& message, const QString& informativ
 }
 
 QString QtDialogService::prompt(const QString& message, const QString& informative, const QString& initialValue,
-                                const QString& confirmTitle, const QString& cancelTitle)
+    const QString& confirmTitle, const QString& cancelTitle)
 {
     QDialog dialog;
     dialog.setWindowTitle(QGuiApplication::applicationDisplayName());

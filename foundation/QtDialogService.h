@@ -22,9 +22,9 @@ public:
     int alert(const QString& message, const QString& informative) override;
     int error(const quirepad::Error& error) override;
     bool question(const QString& message, const QString& informative, const QString& affirmativeTitle,
-                  const QString& negativeTitle) override;
+        const QString& negativeTitle) override;
     QString prompt(const QString& message, const QString& informative, const QString& initialValue,
-                   const QString& confirmTitle, const QString& cancelTitle) override;
+        const QString& confirmTitle, const QString& cancelTitle) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
 
     // Object names of the prompt's parts.

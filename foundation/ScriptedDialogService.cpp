@@ -75,20 +75,20 @@ void ScriptedDialogService::record(Interaction interaction)
 int ScriptedDialogService::alert(const QString& message, const QString& informative)
 {
     const int response = buttonAnswer(Kind::Alert);
-    record({Kind::Alert, message, informative, okTitle(), QString(), QString(), QString(), response});
+    record({ Kind::Alert, message, informative, okTitle(), QString(), QString(), QString(), response });
     return response;
 }
 
 int ScriptedDialogService::error(const quirepad::Error& error)
 {
     const int response = buttonAnswer(Kind::Error);
-    record({Kind::Error, messageFor(error), informativeFor(error), okTitle(), QString(), QString(), QString(),
-            response});
+    record({ Kind::Error, messageFor(error), informativeFor(error), okTitle(), QString(), QString(), QString(),
+        response });
     return response;
 }
 
-bool ScriptedDialogService::question(const QString& message, const QString& informative,
-                                     const QString& affirmativeTitle, const QString& negativeTitle)
+bool ScriptedDialogService::question(
+    const QString& message, const QString& informative, const QString& affirmativeTitle, const QString& negativeTitle)
 {
     bool scripted = false;
     const QVariant answer = takeAnswer(&scripted);
@@ -100,14 +100,13 @@ bool ScriptedDialogService::question(const QString& message, const QString& info
             qCWarning(lcDesktop) << "scripted answer" << answer
                                  << "does not fit a question - answering with the default button";
     }
-    record({Kind::Question, message, informative, negativeTitle, affirmativeTitle, QString(), QString(),
-            affirmative});
+    record(
+        { Kind::Question, message, informative, negativeTitle, affirmativeTitle, QString(), QString(), affirmative });
     return affirmative;
 }
 
-QString ScriptedDialogService::prompt(const QString& message, const QString& informative,
-                                      const QString& initialValue, const QString& confirmTitle,
-                                      const QString& cancelTitle)
+QString ScriptedDialogService::prompt(const QString& message, const QString& informative, const QString& initialValue,
+    const QString& confirmTitle, const QString& cancelTitle)
 {
     bool scripted = false;
     const QVariant answer = takeAnswer(&scripted);
@@ -121,14 +120,14 @@ QString ScriptedDialogService::prompt(const QString& message, const QString& inf
     }
     // An empty field confirmed counts as no answer, like cancelling.
     const QString result = entered.isEmpty() ? QString() : entered;
-    record({Kind::Prompt, message, informative, confirmTitle, cancelTitle, initialValue, QString(),
-            result.isNull() ? QVariant() : QVariant(result)});
+    record({ Kind::Prompt, message, informative, confirmTitle, cancelTitle, initialValue, QString(),
+        result.isNull() ? QVariant() : QVariant(result) });
     return result;
 }
 
 void ScriptedDialogService::notify(const QString& title, const QString& text, const QString& revealPath)
 {
-    record({Kind::Notification, title, text, QString(), QString(), QString(), revealPath, QVariant()});
+    record({ Kind::Notification, title, text, QString(), QString(), QString(), revealPath, QVariant() });
 }
 
 } // namespace quirepad

@@ -20,13 +20,13 @@ public:
 
     struct Interaction {
         Kind kind = Kind::Alert;
-        QString message;         // notifications: the title
-        QString informative;     // notifications: the text
-        QString defaultButton;   // the button Return activates
+        QString message; // notifications: the title
+        QString informative; // notifications: the text
+        QString defaultButton; // the button Return activates
         QString alternateButton; // questions: affirmative; prompts: cancel
-        QString initialValue;    // prompts
-        QString revealPath;      // notifications
-        QVariant answer;         // what was answered (invalid for notifications)
+        QString initialValue; // prompts
+        QString revealPath; // notifications
+        QVariant answer; // what was answered (invalid for notifications)
     };
 
     ScriptedDialogService() = default;
@@ -43,9 +43,9 @@ public:
     int alert(const QString& message, const QString& informative) override;
     int error(const quirepad::Error& error) override;
     bool question(const QString& message, const QString& informative, const QString& affirmativeTitle,
-                  const QString& negativeTitle) override;
+        const QString& negativeTitle) override;
     QString prompt(const QString& message, const QString& informative, const QString& initialValue,
-                   const QString& confirmTitle, const QString& cancelTitle) override;
+        const QString& confirmTitle, const QString& cancelTitle) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
 
     static QString kindName(Kind kind);

@@ -55,21 +55,19 @@ bool XdgWorkspace::revealFile(const QString& path)
     if (!m_bus.isConnected())
         return openFolder(folder);
 
-    QDBusMessage call = QDBusMessage::createMethodCall(kFileManagerService, kFileManagerPath, kFileManagerService,
-                                                       QStringLiteral("ShowItems"));
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        kFileManagerService, kFileManagerPath, kFileManagerService, QStringLiteral("ShowItems"));
     const QString uri = QString::fromUtf8(QUrl::fromLocalFile(absolutePath).toEncoded());
-    call << QStringList{uri} << QString();
+    call << QStringList { uri } << QString();
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), m_pendingCalls.get());
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
-                     [folder](QDBusPendingCallWatcher* finished) {
-                         finished->deleteLater();
-                         const QDBusPendingReply<> reply = *finished;
-                         if (!reply.isError())
-                             return;
-                         qCInfo(lcDesktop).noquote()
-                             << "file manager unavailable (" + reply.error().message() + "), opening" << folder;
-                         openFolder(folder);
-                     });
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [folder](QDBusPendingCallWatcher* finished) {
+        finished->deleteLater();
+        const QDBusPendingReply<> reply = *finished;
+        if (!reply.isError())
+            return;
+        qCInfo(lcDesktop).noquote() << "file manager unavailable (" + reply.error().message() + "), opening" << folder;
+        openFolder(folder);
+    });
     return true;
 }
 

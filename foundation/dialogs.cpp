@@ -21,10 +21,10 @@ SplitText splitText(const QString& text, const QString& fallbackMessage = QStrin
 {
     const qsizetype newline = text.indexOf(u'\n');
     if (newline >= 0)
-        return {text.left(newline), text.mid(newline + 1)};
+        return { text.left(newline), text.mid(newline + 1) };
     if (fallbackMessage.isNull())
-        return {text, QString()};
-    return {fallbackMessage, text};
+        return { text, QString() };
+    return { fallbackMessage, text };
 }
 
 QString orDefault(const QString& title, const char* fallback)
@@ -61,15 +61,15 @@ bool MYDisplayQuestion(const QString& text, const QString& affirmative, const QS
 {
     const SplitText split = splitText(text, QCoreApplication::translate("DialogService", "Alert"));
     requestAttention();
-    return DialogService::current().question(split.message, split.informative, orDefault(affirmative, "OK"),
-                                             orDefault(negative, "Cancel"));
+    return DialogService::current().question(
+        split.message, split.informative, orDefault(affirmative, "OK"), orDefault(negative, "Cancel"));
 }
 
 QString MYDisplayPrompt(const QString& text, const QString& initial, const QString& confirm, const QString& cancel)
 {
     const SplitText split = splitText(text, QCoreApplication::translate("DialogService", "Prompt"));
-    const QString entered = DialogService::current().prompt(split.message, split.informative, initial,
-                                                            orDefault(confirm, "OK"), orDefault(cancel, "Cancel"));
+    const QString entered = DialogService::current().prompt(
+        split.message, split.informative, initial, orDefault(confirm, "OK"), orDefault(cancel, "Cancel"));
     return entered.isEmpty() ? QString() : entered;
 }
 

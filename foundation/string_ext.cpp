@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <vector>
 
 namespace quirepad {
 
@@ -182,11 +183,15 @@ QString stringByUnescapingFromHTML(const QString& text)
     if (ampersand < 0)
         return text;
 
-    // Walking backwards and always reading the original text keeps it to one
-    // level: a replacement is never looked at again.
-    // A reference never reaches past the next "&", so the part of result
-    // being replaced is still identical to text.
-    QString result = text;
+    // Walk the references backwards; each one ends before the next "&", so
+    // none overlaps another and a replacement is never looked at again
+    // (one level only). The result is then assembled front to back.
+    struct Replacement {
+        qsizetype position;
+        qsizetype length;
+        char16_t unit;
+    };
+    std::vector<Replacement> replacements;
     qsizetype nextAmpersand = text.size();
     while (ampersand >= 0) {
         const QStringView window =
@@ -194,11 +199,23 @@ QString stringByUnescapingFromHTML(const QString& text)
         const qsizetype length = window.indexOf(u';') + 1;
         if (length >= kMinHTMLReferenceLength) {
             if (const auto unit = htmlReferenceUnit(window.left(length)))
-                result.replace(ampersand, length, QChar(*unit));
+                replacements.push_back({ampersand, length, *unit});
         }
         nextAmpersand = ampersand;
         ampersand = ampersand > 0 ? text.lastIndexOf(u'&', ampersand - 1) : -1;
     }
+    if (replacements.empty())
+        return text;
+
+    QString result;
+    result.reserve(text.size());
+    qsizetype copied = 0;
+    for (auto it = replacements.crbegin(); it != replacements.crend(); ++it) {
+        result += QStringView(text).mid(copied, it->position - copied);
+        result += QChar(it->unit);
+        copied = it->position + it->length;
+    }
+    result += QStringView(text).mid(copied);
     return result;
 }
 

@@ -10,8 +10,8 @@ namespace quirepad {
 
 // --- HTML ---------------------------------------------------------------
 
-// Replaces every UTF-16 code unit that has an entry in table by its named
-// reference. When escapingUnicode is set, any other unit above 127 becomes a
+// Replaces every UTF-16 code unit that has an entry in table (sorted by code
+// unit, as both built-in tables are) by its named reference. When escapingUnicode is set, any other unit above 127 becomes a
 // decimal reference ("&#20013;"); a surrogate pair thus gives two of them.
 QString stringByEscapingHTMLUsingTable(const QString& text, HTMLEscapeTable table, bool escapingUnicode);
 // Markup characters and the Unicode table's typographic ones only.

@@ -20,9 +20,9 @@ void writeInfoPlist(const QString& appPath, const QString& body)
     QDir().mkpath(appPath);
     QFile file(appPath + QStringLiteral("/Info.plist"));
     QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0"><dict>)" + body.toUtf8() + "</dict></plist>\n");
+    file.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+        "<plist version=\"1.0\"><dict>" + body.toUtf8() + "</dict></plist>\n");
 }
 
 QProcessEnvironment environmentWith(const QString& home)

@@ -24,9 +24,9 @@ QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArra
 
 QByteArray plist(const QByteArray& body)
 {
-    return R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0">)" + body + "</plist>\n";
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+        "<plist version=\"1.0\">" + body + "</plist>\n";
 }
 
 } // namespace
@@ -39,16 +39,16 @@ private slots:
     void plistValuesKeepTheirTypes()
     {
         QTemporaryDir dir;
-        const QString path = writeFile(dir, "types.plist", plist(R"(<dict>
-            <key>flag</key><true/>
-            <key>count</key><integer>-3</integer>
-            <key>ratio</key><real>0.5</real>
-            <key>name</key><string>Zoë</string>
-            <key>blob</key><data>AAEC</data>
-            <key>when</key><date>2001-01-01T00:01:00Z</date>
-            <key>list</key><array><string>a</string><integer>2</integer></array>
-            <key>nested</key><dict><key>k</key><string>v</string></dict>
-        </dict>)"));
+        const QString path = writeFile(dir, "types.plist", plist("<dict>\n"
+        "            <key>flag</key><true/>\n"
+        "            <key>count</key><integer>-3</integer>\n"
+        "            <key>ratio</key><real>0.5</real>\n"
+        "            <key>name</key><string>Zoë</string>\n"
+        "            <key>blob</key><data>AAEC</data>\n"
+        "            <key>when</key><date>2001-01-01T00:01:00Z</date>\n"
+        "            <key>list</key><array><string>a</string><integer>2</integer></array>\n"
+        "            <key>nested</key><dict><key>k</key><string>v</string></dict>\n"
+        "        </dict>"));
         const QVariantMap map = PlistReader::dictionaryFromFile(path);
         QCOMPARE(map.value("flag").typeId(), int(QMetaType::Bool));
         QCOMPARE(map.value("flag").toBool(), true);
