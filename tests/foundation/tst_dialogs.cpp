@@ -33,7 +33,7 @@ int s_watchGeneration = 0;
 // open, a watchdog rejects it after a while so the test fails instead of
 // hanging, and *watchdogFired tells.
 void whenModalShows(std::function<void(QWidget*)> action, bool* watchdogFired, int attemptsLeft = 500,
-                    int generation = s_watchGeneration)
+    int generation = s_watchGeneration)
 {
     QTimer::singleShot(10, qApp, [action, watchdogFired, attemptsLeft, generation] {
         if (generation != s_watchGeneration)
@@ -113,11 +113,21 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("message");
         QTest::addColumn<QString>("informative");
-        QTest::newRow("one line") << "Printing finished" << "Printing finished" << "";
-        QTest::newRow("two lines") << "Printing finished\n12 pages" << "Printing finished" << "12 pages";
-        QTest::newRow("several lines") << "Title\nfirst\nsecond\n" << "Title" << "first\nsecond\n";
-        QTest::newRow("leading newline") << "\nonly details" << "" << "only details";
-        QTest::newRow("percent signs") << "100% done\n50%d left" << "100% done" << "50%d left";
+        QTest::newRow("one line") << "Printing finished"
+                                  << "Printing finished"
+                                  << "";
+        QTest::newRow("two lines") << "Printing finished\n12 pages"
+                                   << "Printing finished"
+                                   << "12 pages";
+        QTest::newRow("several lines") << "Title\nfirst\nsecond\n"
+                                       << "Title"
+                                       << "first\nsecond\n";
+        QTest::newRow("leading newline") << "\nonly details"
+                                         << ""
+                                         << "only details";
+        QTest::newRow("percent signs") << "100% done\n50%d left"
+                                       << "100% done"
+                                       << "50%d left";
     }
 
     void alertSplitsAtFirstNewline()
@@ -140,9 +150,15 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("message");
         QTest::addColumn<QString>("informative");
-        QTest::newRow("one line") << "Overwrite the file?" << "Alert" << "Overwrite the file?";
-        QTest::newRow("two lines") << "Overwrite?\nThe file exists." << "Overwrite?" << "The file exists.";
-        QTest::newRow("several lines") << "A\nB\nC" << "A" << "B\nC";
+        QTest::newRow("one line") << "Overwrite the file?"
+                                  << "Alert"
+                                  << "Overwrite the file?";
+        QTest::newRow("two lines") << "Overwrite?\nThe file exists."
+                                   << "Overwrite?"
+                                   << "The file exists.";
+        QTest::newRow("several lines") << "A\nB\nC"
+                                       << "A"
+                                       << "B\nC";
     }
 
     void questionSplitsAtFirstNewline()
@@ -167,10 +183,18 @@ private slots:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("message");
         QTest::addColumn<QString>("informative");
-        QTest::newRow("one line") << "Name the copy" << "Prompt" << "Name the copy";
-        QTest::newRow("percent signs kept") << "Use %@ or 100%" << "Prompt" << "Use %@ or 100%";
-        QTest::newRow("two lines") << "Save as\nChoose a name" << "Save as" << "Choose a name";
-        QTest::newRow("several lines") << "Save as\nline 1\nline 2" << "Save as" << "line 1\nline 2";
+        QTest::newRow("one line") << "Name the copy"
+                                  << "Prompt"
+                                  << "Name the copy";
+        QTest::newRow("percent signs kept") << "Use %@ or 100%"
+                                            << "Prompt"
+                                            << "Use %@ or 100%";
+        QTest::newRow("two lines") << "Save as\nChoose a name"
+                                   << "Save as"
+                                   << "Choose a name";
+        QTest::newRow("several lines") << "Save as\nline 1\nline 2"
+                                       << "Save as"
+                                       << "line 1\nline 2";
     }
 
     void promptSplitsAtFirstNewline()
@@ -229,11 +253,11 @@ private slots:
         QCOMPARE(MYDisplayAlert(QStringLiteral("first")), 1001);
         QCOMPARE(MYDisplayQuestion(QStringLiteral("Go on?"), QStringLiteral("Yes"), QStringLiteral("No")), true);
         QCOMPARE(MYDisplayQuestion(QStringLiteral("Really?"), QStringLiteral("Yes"), QStringLiteral("No")), false);
-        QCOMPARE(MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("x"), QStringLiteral("OK"),
-                                 QStringLiteral("Cancel")),
-                 QStringLiteral("report.pdf"));
-        const QString cancelled =
-            MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("x"), QStringLiteral("OK"), QStringLiteral("Cancel"));
+        QCOMPARE(MYDisplayPrompt(
+                     QStringLiteral("Name"), QStringLiteral("x"), QStringLiteral("OK"), QStringLiteral("Cancel")),
+            QStringLiteral("report.pdf"));
+        const QString cancelled = MYDisplayPrompt(
+            QStringLiteral("Name"), QStringLiteral("x"), QStringLiteral("OK"), QStringLiteral("Cancel"));
         QVERIFY(cancelled.isNull());
         QCOMPARE(m_scripted->pendingAnswers(), 0);
         QCOMPARE(m_scripted->interactions().size(), 5);
@@ -243,11 +267,10 @@ private slots:
     void unscriptedAnswersAreThoseOfReturn()
     {
         QCOMPARE(MYDisplayAlert(QStringLiteral("hello")), 1000);
-        QCOMPARE(MYDisplayQuestion(QStringLiteral("Delete?"), QStringLiteral("Delete"), QStringLiteral("Keep")),
-                 false);
+        QCOMPARE(MYDisplayQuestion(QStringLiteral("Delete?"), QStringLiteral("Delete"), QStringLiteral("Keep")), false);
         QCOMPARE(MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"),
-                                 QStringLiteral("Cancel")),
-                 QStringLiteral("untitled"));
+                     QStringLiteral("Cancel")),
+            QStringLiteral("untitled"));
         QVERIFY(MYDisplayPrompt(QStringLiteral("Name"), QString(), QStringLiteral("OK"), QStringLiteral("Cancel"))
                     .isNull());
     }
@@ -255,16 +278,16 @@ private slots:
     void emptyPromptAnswerIsNull()
     {
         m_scripted->enqueueAnswer(QString(QLatin1String("")));
-        const QString answer =
-            MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("old"), QStringLiteral("OK"), QStringLiteral("Cancel"));
+        const QString answer = MYDisplayPrompt(
+            QStringLiteral("Name"), QStringLiteral("old"), QStringLiteral("OK"), QStringLiteral("Cancel"));
         QVERIFY(answer.isNull());
         QVERIFY(!m_scripted->interactions().constFirst().answer.isValid());
     }
 
     void notificationsAreRecorded()
     {
-        MYDisplayNotification(QStringLiteral("Saved"), QStringLiteral("report.pdf is ready"),
-                              QStringLiteral("/tmp/report.pdf"));
+        MYDisplayNotification(
+            QStringLiteral("Saved"), QStringLiteral("report.pdf is ready"), QStringLiteral("/tmp/report.pdf"));
         QCOMPARE(m_scripted->interactions().size(), 1);
         const auto& posted = m_scripted->interactions().constFirst();
         QCOMPARE(posted.kind, Kind::Notification);
@@ -333,8 +356,8 @@ private slots:
                 QTest::keyClick(modal, Qt::Key_Return);
             },
             &m_watchdogFired);
-        const bool answer =
-            MYDisplayQuestion(QStringLiteral("Delete the file?"), QStringLiteral("Delete"), QStringLiteral("Keep"));
+        const bool answer
+            = MYDisplayQuestion(QStringLiteral("Delete the file?"), QStringLiteral("Delete"), QStringLiteral("Keep"));
         QVERIFY(!m_watchdogFired);
         QCOMPARE(answer, false);
         QCOMPARE(shownText, QStringLiteral("Alert"));
@@ -354,8 +377,8 @@ private slots:
                 }
             },
             &m_watchdogFired);
-        const bool answer = MYDisplayQuestion(QStringLiteral("Delete?\nIt cannot be undone."), QStringLiteral("Delete"),
-                                              QStringLiteral("Keep"));
+        const bool answer = MYDisplayQuestion(
+            QStringLiteral("Delete?\nIt cannot be undone."), QStringLiteral("Delete"), QStringLiteral("Keep"));
         QVERIFY(!m_watchdogFired);
         QVERIFY(clicked);
         QCOMPARE(answer, true);
@@ -365,8 +388,8 @@ private slots:
     {
         useQtDialogs();
         whenModalShows([&](QWidget* modal) { QTest::keyClick(modal, Qt::Key_Escape); }, &m_watchdogFired);
-        const bool answer = MYDisplayQuestion(QStringLiteral("Delete?"), QStringLiteral("Delete"),
-                                              QStringLiteral("Keep"));
+        const bool answer
+            = MYDisplayQuestion(QStringLiteral("Delete?"), QStringLiteral("Delete"), QStringLiteral("Keep"));
         QVERIFY(!m_watchdogFired);
         QCOMPARE(answer, false);
     }
@@ -392,8 +415,7 @@ private slots:
             },
             &m_watchdogFired);
         const QString answer = MYDisplayPrompt(QStringLiteral("Save as\nName the 100% copy"),
-                                               QStringLiteral("untitled"), QStringLiteral("Save"),
-                                               QStringLiteral("Cancel"));
+            QStringLiteral("untitled"), QStringLiteral("Save"), QStringLiteral("Cancel"));
         QVERIFY(!m_watchdogFired);
         QCOMPARE(answer, QStringLiteral("Quarterly report"));
         QCOMPARE(initialShown, QStringLiteral("untitled"));
@@ -405,8 +427,8 @@ private slots:
     {
         useQtDialogs();
         whenModalShows([&](QWidget* modal) { QTest::keyClick(modal, Qt::Key_Return); }, &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("untitled"),
-                                               QStringLiteral("OK"), QStringLiteral("Cancel"));
+        const QString answer = MYDisplayPrompt(
+            QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"), QStringLiteral("Cancel"));
         QVERIFY(!m_watchdogFired);
         QCOMPARE(answer, QStringLiteral("untitled"));
     }
@@ -421,8 +443,8 @@ private slots:
                 QTest::keyClick(modal, Qt::Key_Return);
             },
             &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("untitled"),
-                                               QStringLiteral("OK"), QStringLiteral("Cancel"));
+        const QString answer = MYDisplayPrompt(
+            QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"), QStringLiteral("Cancel"));
         QVERIFY(!m_watchdogFired);
         QVERIFY(answer.isNull());
     }
@@ -437,8 +459,8 @@ private slots:
                 QTest::keyClick(modal, Qt::Key_Escape);
             },
             &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("untitled"),
-                                               QStringLiteral("OK"), QStringLiteral("Cancel"));
+        const QString answer = MYDisplayPrompt(
+            QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"), QStringLiteral("Cancel"));
         QVERIFY(!m_watchdogFired);
         QVERIFY(answer.isNull());
     }
@@ -455,8 +477,8 @@ private slots:
                 }
             },
             &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("untitled"),
-                                               QStringLiteral("OK"), QStringLiteral("Not now"));
+        const QString answer = MYDisplayPrompt(
+            QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"), QStringLiteral("Not now"));
         QVERIFY(!m_watchdogFired);
         QVERIFY(clicked);
         QVERIFY(answer.isNull());
