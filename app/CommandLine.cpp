@@ -5,16 +5,18 @@
 #include "foundation/cocoa_format.h"
 #include "foundation/pathvars.h"
 
+#include <QDir>
 #include <QTextStream>
 
 namespace quirepad {
 
 namespace {
 
-int printEnvironment(const QStringList& args, QTextStream& out, QTextStream& err)
+int printEnvironment(const CommandInvocation& call)
 {
-    if (!args.isEmpty()) {
-        err << "env takes no arguments\n";
+    QTextStream& out = call.out;
+    if (!call.arguments.isEmpty()) {
+        call.err << "quirepad: env takes no arguments\n";
         return 2;
     }
     const QVariantMap& table = GlobalEnv::instance();
@@ -23,18 +25,25 @@ int printEnvironment(const QStringList& args, QTextStream& out, QTextStream& err
     return 0;
 }
 
-int expandArguments(const QStringList& args, QTextStream& out, QTextStream& err)
+int expandArguments(const CommandInvocation& call)
 {
-    if (args.isEmpty()) {
-        err << "expand needs at least one TEXT\n";
+    if (call.arguments.isEmpty()) {
+        call.err << "quirepad: expand needs at least one TEXT\n";
         return 2;
     }
-    for (const QString& text : args)
-        out << f(text) << '\n';
+    for (const QString& text : call.arguments)
+        call.out << f(text) << '\n';
     return 0;
 }
 
 } // namespace
+
+QString CommandInvocation::absolutePath(const QString& path) const
+{
+    if (path.isEmpty() || QDir::isAbsolutePath(path) || path.startsWith(u'~'))
+        return path;
+    return QDir::cleanPath((workingDirectory.isEmpty() ? QDir::currentPath() : workingDirectory) + u'/' + path);
+}
 
 CommandLine::CommandLine()
 {
@@ -58,18 +67,23 @@ QString CommandLine::helpText() const
 {
     QString text;
     QTextStream s(&text);
-    s << "Usage: quirepad [--help] [--version] COMMAND [ARGS...]\n\n"
+    s << "Usage: quirepad [--help] [--version] [--headless] [COMMAND [ARGS...] | FILE...]\n\n"
       << "Print to action: turn printed documents into delivered files.\n\n"
       << "Options:\n"
       << "  -h, --help     show this help and exit\n"
-      << "  -v, --version  show the version and exit\n\n"
+      << "  -v, --version  show the version and exit\n"
+      << "  --headless     run as the user's Quirepad instance without any window;\n"
+      << "                 later commands and files are forwarded to it\n\n"
       << "Commands:\n";
     int width = 0;
     for (const Command& c : m_commands)
         width = qMax(width, int((c.name + QLatin1Char(' ') + c.synopsis).trimmed().size()));
     for (const Command& c : m_commands) {
         const QString head = (c.name + QLatin1Char(' ') + c.synopsis).trimmed();
-        s << "  " << head.leftJustified(width + 2) << c.description << '\n';
+        const QStringList lines = c.description.split(u'\n');
+        s << "  " << head.leftJustified(width + 2) << lines.first() << '\n';
+        for (qsizetype i = 1; i < lines.size(); ++i)
+            s << "  " << QString(width + 2, u' ') << lines.at(i) << '\n';
     }
     return text;
 }
@@ -82,7 +96,8 @@ const CommandLine::Command* CommandLine::find(const QString& name) const
     return nullptr;
 }
 
-int CommandLine::execute(const QStringList& arguments, QTextStream& out, QTextStream& err) const
+int CommandLine::execute(const QStringList& arguments, QTextStream& out, QTextStream& err,
+                         const QString& workingDirectory) const
 {
     if (arguments.isEmpty()) {
         err << helpText();
@@ -102,7 +117,7 @@ int CommandLine::execute(const QStringList& arguments, QTextStream& out, QTextSt
         err << "quirepad: unknown command '" << first << "' (see quirepad --help)\n";
         return 2;
     }
-    return command->run(arguments.mid(1), out, err);
+    return command->run(CommandInvocation{arguments.mid(1), out, err, workingDirectory});
 }
 
 } // namespace quirepad

@@ -10,30 +10,43 @@ class QTextStream;
 
 namespace quirepad {
 
+// One run of a command: its arguments, where it writes, and the folder it
+// was started in (a forwarded command runs in another process).
+struct CommandInvocation {
+    QStringList arguments;
+    QTextStream& out;
+    QTextStream& err;
+    QString workingDirectory;
+
+    // A path argument made absolute against the caller's folder.
+    QString absolutePath(const QString& path) const;
+};
+
 // The subcommands of the quirepad executable. Each subsystem adds its
-// commands here; --help lists every registered one.
+// commands; --help lists every registered one.
 class CommandLine
 {
 public:
     struct Command {
         QString name;
         QString synopsis;    // arguments, e.g. "TEXT..."
-        QString description; // one line
-        // Runs the command with the arguments after its name; answers the
-        // process exit code. Output goes to out, error lines to err.
-        std::function<int(const QStringList& args, QTextStream& out, QTextStream& err)> run;
+        QString description; // one line, or several for subcommands
+        // Answers the process exit status.
+        std::function<int(const CommandInvocation&)> run;
     };
 
     CommandLine();
 
     void addCommand(Command command);
     const std::vector<Command>& commands() const { return m_commands; }
+    bool hasCommand(const QString& name) const { return find(name) != nullptr; }
 
     QString helpText() const;
     QString versionText() const;
 
-    // Parses argv (without the program name) and runs what it asks for.
-    int execute(const QStringList& arguments, QTextStream& out, QTextStream& err) const;
+    // Runs what the arguments (without the program name) ask for.
+    int execute(const QStringList& arguments, QTextStream& out, QTextStream& err,
+                const QString& workingDirectory = QString()) const;
 
 private:
     const Command* find(const QString& name) const;

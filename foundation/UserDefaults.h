@@ -41,6 +41,8 @@ public:
 
     QVariant value(const QString& key) const;
     bool contains(const QString& key) const;
+    // Set by the user (stored), not only registered.
+    bool isStored(const QString& key) const { return m_settings->contains(key); }
     void setValue(const QString& key, const QVariant& value);
     void remove(const QString& key);
     void sync();

@@ -1,0 +1,27 @@
+#include "AppSession.h"
+
+namespace quirepad {
+
+AppSession::AppSession()
+    : m_delegate(std::make_unique<MainAppDelegateBase>())
+{
+}
+
+AppSession::~AppSession() = default;
+
+MainAppDelegateBase& AppSession::delegate()
+{
+    if (!m_started) {
+        m_started = true;
+        m_delegate->registerDefaults();
+        m_delegate->awakeFromNib();
+    }
+    return *m_delegate;
+}
+
+ManagedObjectContext* AppSession::context()
+{
+    return delegate().managedObjectContext();
+}
+
+} // namespace quirepad

@@ -1,0 +1,384 @@
+#include "DestinationCommands.h"
+
+#include "AppSession.h"
+#include "CommandLine.h"
+
+#include "store/DestinationSchema.h"
+#include "store/DestinationTemplates.h"
+#include "store/listorder.h"
+
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTextStream>
+
+namespace quirepad {
+
+namespace {
+
+const QString kEntity = QString::fromLatin1(DestinationSchema::entityName);
+const QString kKnownTypes = QStringLiteral("FOBIDKX");
+
+QString describeValue(AttributeKind kind, const QVariant& value)
+{
+    switch (kind) {
+    case AttributeKind::Boolean:
+        return value.toBool() ? QStringLiteral("yes") : QStringLiteral("no");
+    case AttributeKind::Image:
+        return QStringLiteral("<PNG image, %1 bytes>").arg(value.toByteArray().size());
+    case AttributeKind::Opaque: {
+        const QByteArray bytes = value.toByteArray();
+        const QString text = QString::fromUtf8(bytes);
+        if (text.toUtf8() == bytes && !text.contains(QChar(0)))
+            return text;
+        return QStringLiteral("<%1 bytes>").arg(bytes.size());
+    }
+    default:
+        return value.toString();
+    }
+}
+
+QJsonValue jsonValue(AttributeKind kind, const QVariant& value)
+{
+    switch (kind) {
+    case AttributeKind::Boolean:
+        return value.toBool();
+    case AttributeKind::Integer:
+        return value.toLongLong();
+    case AttributeKind::Dictionary:
+        return QJsonObject::fromVariantMap(value.toMap());
+    case AttributeKind::Image:
+    case AttributeKind::Opaque:
+        return QString::fromLatin1(value.toByteArray().toBase64()); // bytes travel as base64
+    default:
+        return value.toString();
+    }
+}
+
+QList<DestinationItem*> allByOrder(ManagedObjectContext& context)
+{
+    return context.entities(kEntity, Predicate::always(), {{"order", true}, {"name", true}})
+        .value_or(QList<DestinationItem*>());
+}
+
+// A recid first, then a name, exactly as written.
+DestinationItem* findDestination(ManagedObjectContext& context, const QString& id)
+{
+    if (DestinationItem* byId = context.firstEntity(kEntity, Predicate::equals("recid", id)))
+        return byId;
+    return context.firstEntity(kEntity, Predicate::equals("name", id));
+}
+
+class DestinationCommand
+{
+public:
+    DestinationCommand(AppSession& session, const CommandInvocation& call)
+        : m_session(session)
+        , m_call(call)
+    {
+    }
+
+    int run()
+    {
+        const QStringList& args = m_call.arguments;
+        if (args.isEmpty())
+            return usage(QStringLiteral("destinations needs a subcommand"));
+        m_context = m_session.context();
+        if (!m_context)
+            return fail(QStringLiteral("the destination store is not available"));
+        const QString sub = args.first();
+        const QStringList rest = args.mid(1);
+        if (sub == QLatin1String("list"))
+            return list(rest);
+        if (sub == QLatin1String("add"))
+            return add(rest);
+        if (sub == QLatin1String("add-app"))
+            return addApp(rest);
+        if (sub == QLatin1String("add-workflow"))
+            return addWorkflow(rest);
+        if (sub == QLatin1String("add-path"))
+            return addPath(rest);
+        if (sub == QLatin1String("set"))
+            return set(rest);
+        if (sub == QLatin1String("remove"))
+            return remove(rest);
+        if (sub == QLatin1String("move"))
+            return move(rest);
+        if (sub == QLatin1String("export"))
+            return exportFile(rest);
+        if (sub == QLatin1String("import"))
+            return importFile(rest);
+        return usage(QStringLiteral("unknown subcommand '%1'").arg(sub));
+    }
+
+private:
+    int fail(const QString& message, int status = 1)
+    {
+        m_call.err << "quirepad: " << message << '\n';
+        return status;
+    }
+    int usage(const QString& message) { return fail(message + QStringLiteral(" (see quirepad --help)"), 2); }
+
+    int saved(int status = 0)
+    {
+        if (!m_session.delegate().saveAction())
+            return fail(QStringLiteral("the destinations could not be saved"));
+        return status;
+    }
+
+    DestinationItem* lookup(const QString& id)
+    {
+        DestinationItem* item = findDestination(*m_context, id);
+        if (!item)
+            fail(QStringLiteral("no destination with id or name '%1'").arg(id));
+        return item;
+    }
+
+    int created(DestinationItem* item)
+    {
+        if (!item)
+            return fail(QStringLiteral("nothing was created"));
+        m_call.out << item->recid() << '\n';
+        return saved();
+    }
+
+    int list(const QStringList& args)
+    {
+        if (args.size() > 1 || (args.size() == 1 && args.first() != QLatin1String("--json")))
+            return usage(QStringLiteral("destinations list takes only --json"));
+        const QList<DestinationItem*> items = allByOrder(*m_context);
+        if (!args.isEmpty()) {
+            QJsonArray array;
+            for (DestinationItem* item : items) {
+                QJsonObject object;
+                for (const AttributeSpec& spec : DestinationSchema::attributes()) {
+                    const QVariant value = item->value(spec.name);
+                    if (value.isValid())
+                        object.insert(spec.name, jsonValue(spec.kind, value));
+                }
+                array.append(object);
+            }
+            m_call.out << QJsonDocument(array).toJson(QJsonDocument::Indented);
+            return 0;
+        }
+        for (DestinationItem* item : items) {
+            m_call.out << item->name() << "  [" << item->recid() << "]\n";
+            QStringList fields;
+            for (const AttributeSpec& spec : DestinationSchema::attributes()) {
+                if (spec.name == QLatin1String("name") || spec.name == QLatin1String("recid")
+                    || spec.name == QLatin1String("config"))
+                    continue;
+                const QVariant value = item->value(spec.name);
+                if (value.isValid())
+                    fields << spec.name + QLatin1Char('=') + describeValue(spec.kind, value);
+            }
+            m_call.out << "  " << fields.join(QStringLiteral("  ")) << '\n';
+            const QVariantMap config = item->config();
+            for (auto it = config.cbegin(); it != config.cend(); ++it)
+                m_call.out << "  config." << it.key() << '=' << it.value().toString() << '\n';
+        }
+        return 0;
+    }
+
+    int add(const QStringList& args)
+    {
+        if (args.size() != 2)
+            return usage(QStringLiteral("usage: destinations add TYPE NAME"));
+        const QString type = args.at(0);
+        if (type.size() != 1 || !type.at(0).isLetter())
+            return usage(QStringLiteral("TYPE is one letter (F O B I D K X), not '%1'").arg(type));
+        if (!kKnownTypes.contains(type))
+            m_call.err << "quirepad: warning: '" << type
+                       << "' is not a known type letter (F O B I D K X); jobs sent to it are copied into a folder\n";
+        if (args.at(1).trimmed().isEmpty())
+            return fail(QStringLiteral("NAME is empty"));
+        return created(DestinationTemplates(*m_context).createDestination(type, args.at(1)));
+    }
+
+    int addApp(const QStringList& args)
+    {
+        if (args.size() != 2)
+            return usage(QStringLiteral("usage: destinations add-app NAME APPID"));
+        if (args.at(0).trimmed().isEmpty())
+            return fail(QStringLiteral("NAME is empty"));
+        return created(DestinationTemplates(*m_context).addApplication(1, args.at(0), {{"appid", args.at(1)}}, nullptr));
+    }
+
+    int addWorkflow(const QStringList& args)
+    {
+        if (args.size() != 1)
+            return usage(QStringLiteral("usage: destinations add-workflow NAME"));
+        if (args.at(0).trimmed().isEmpty())
+            return fail(QStringLiteral("NAME is empty"));
+        return created(DestinationTemplates(*m_context).addWorkflow(args.at(0)));
+    }
+
+    int addPath(const QStringList& args)
+    {
+        if (args.size() != 1)
+            return usage(QStringLiteral("usage: destinations add-path PATH"));
+        const QString path = m_call.absolutePath(args.at(0));
+        DestinationItem* item = DestinationTemplates(*m_context).readObjectsFromPasteboard({path});
+        if (!item)
+            return fail(QStringLiteral("%1 is not an application entry (.desktop), a workflow or a folder").arg(path));
+        return created(item);
+    }
+
+    // Parses every KEY=VALUE before anything changes.
+    int set(const QStringList& args)
+    {
+        if (args.size() < 2)
+            return usage(QStringLiteral("usage: destinations set ID KEY=VALUE..."));
+        DestinationItem* item = lookup(args.at(0));
+        if (!item)
+            return 1;
+        QList<QPair<QString, QVariant>> changes;
+        for (const QString& assignment : args.mid(1)) {
+            const qsizetype eq = assignment.indexOf(u'=');
+            if (eq <= 0)
+                return fail(QStringLiteral("malformed KEY=VALUE: '%1'").arg(assignment), 2);
+            const QString key = assignment.left(eq);
+            const QString text = assignment.mid(eq + 1);
+            if (key.startsWith(QLatin1String("config."))) {
+                if (key.size() == 7)
+                    return fail(QStringLiteral("malformed KEY=VALUE: '%1'").arg(assignment), 2);
+                changes.append({key, text.isEmpty() ? QVariant() : QVariant(text)});
+                continue;
+            }
+            const std::optional<AttributeKind> kind = DestinationSchema::kindOf(key);
+            if (!kind)
+                return fail(QStringLiteral("destinations have no attribute '%1'").arg(key), 2);
+            if (text.isEmpty()) {
+                changes.append({key, QVariant()});
+                continue;
+            }
+            QVariant value;
+            switch (*kind) {
+            case AttributeKind::Boolean:
+                if (QStringList{"yes", "no", "true", "false", "1", "0"}.contains(text.toLower()))
+                    value = DestinationSchema::normalized(*kind, text);
+                break;
+            case AttributeKind::Integer: {
+                bool ok = false;
+                const qint64 n = text.toLongLong(&ok);
+                if (ok)
+                    value = n;
+                break;
+            }
+            case AttributeKind::Dictionary: {
+                const QJsonDocument doc = QJsonDocument::fromJson(text.toUtf8());
+                if (doc.isObject())
+                    value = doc.object().toVariantMap();
+                break;
+            }
+            case AttributeKind::Image: {
+                QImage image(m_call.absolutePath(text));
+                if (!image.isNull())
+                    value = DestinationSchema::normalized(*kind, image);
+                break;
+            }
+            default:
+                value = DestinationSchema::normalized(*kind, text);
+            }
+            if (!value.isValid()) {
+                const QString expected = *kind == AttributeKind::Boolean   ? QStringLiteral("yes or no")
+                                         : *kind == AttributeKind::Integer ? QStringLiteral("a whole number")
+                                         : *kind == AttributeKind::Image   ? QStringLiteral("the path of an image file")
+                                                                           : QStringLiteral("a JSON object");
+                return fail(QStringLiteral("%1 takes %2, not '%3'").arg(key, expected, text), 2);
+            }
+            changes.append({key, value});
+        }
+        for (const auto& [key, value] : changes)
+            item->setValue(key, value);
+        return saved();
+    }
+
+    int remove(const QStringList& args)
+    {
+        if (args.size() != 1)
+            return usage(QStringLiteral("usage: destinations remove ID"));
+        DestinationItem* item = lookup(args.at(0));
+        if (!item)
+            return 1;
+        m_context->deleteObject(item);
+        return saved();
+    }
+
+    int move(const QStringList& args)
+    {
+        if (args.size() != 3 || (args.at(1) != QLatin1String("--after") && args.at(1) != QLatin1String("--before")))
+            return usage(QStringLiteral("usage: destinations move ID --after ID|--before ID"));
+        DestinationItem* item = lookup(args.at(0));
+        if (!item)
+            return 1;
+        DestinationItem* anchor = lookup(args.at(2));
+        if (!anchor)
+            return 1;
+        if (anchor == item)
+            return fail(QStringLiteral("a destination cannot move next to itself"), 2);
+        const SortDescriptor byOrder{QStringLiteral("order"), true};
+        QList<DestinationItem*> list = listPrepareReorder(allByOrder(*m_context), {item}, byOrder);
+        if (args.at(1) == QLatin1String("--after"))
+            listInsertObjectAfter(list, {item}, anchor);
+        else
+            listInsertObjectBefore(list, {item}, anchor);
+        listStoreOrder(list, QStringLiteral("order"));
+        return saved();
+    }
+
+    int exportFile(const QStringList& args)
+    {
+        if (args.isEmpty() || args.size() > 2)
+            return usage(QStringLiteral("usage: destinations export FILE [ID]"));
+        const QString path = m_call.absolutePath(args.at(0));
+        QString error;
+        bool ok = false;
+        if (args.size() == 2) {
+            DestinationItem* item = lookup(args.at(1));
+            if (!item)
+                return 1;
+            ok = m_session.delegate().exportItemTo(*item, path, &error);
+        } else {
+            ok = m_session.delegate().exportTo(path, &error);
+        }
+        return ok ? 0 : fail(error);
+    }
+
+    int importFile(const QStringList& args)
+    {
+        if (args.size() != 1)
+            return usage(QStringLiteral("usage: destinations import FILE"));
+        QString error;
+        if (!m_session.delegate().importFrom(m_call.absolutePath(args.at(0)), &error))
+            return fail(error);
+        return saved();
+    }
+
+    AppSession& m_session;
+    const CommandInvocation& m_call;
+    ManagedObjectContext* m_context = nullptr;
+};
+
+} // namespace
+
+void addDestinationCommands(CommandLine& commandLine, AppSession& session)
+{
+    commandLine.addCommand(
+        {QStringLiteral("destinations"), QStringLiteral("SUBCOMMAND"),
+         QStringLiteral("manage destinations (ID is a recid or a name):\n"
+                        "list [--json]                     every destination with its attributes\n"
+                        "add TYPE NAME                     new destination of a type letter F O B I D K X\n"
+                        "add-app NAME APPID                open with a desktop entry (e.g. org.gnome.Evince.desktop)\n"
+                        "add-workflow NAME                 run the plugin workflow NAME\n"
+                        "add-path PATH                     from a folder, a .workflow or a .desktop entry\n"
+                        "set ID KEY=VALUE...               attributes by name, config.KEY=VALUE; yes/no booleans\n"
+                        "remove ID\n"
+                        "move ID --after ID|--before ID    reorder\n"
+                        "export FILE [ID]                  into a .quirepad-settings file\n"
+                        "import FILE                       merge a .quirepad-settings file"),
+         [&session](const CommandInvocation& call) { return DestinationCommand(session, call).run(); }});
+}
+
+} // namespace quirepad
