@@ -99,8 +99,20 @@ private slots:
         QCOMPARE(defaults.boolValue("show_menubar_icon"), true);
         QCOMPARE(defaults.integerValue("maxcount"), 5);
         // Present in the shipped Defaults.plist, and off.
-        QVERIFY(defaults.registeredDefaults().contains("disable_all_displaynotifications"));
-        QCOMPARE(defaults.boolValue("disable_all_displaynotifications"), false);
+        // Every optional feature ships off, destinations empty, the page
+        // server on loopback at a port the system picks, unpublished.
+        const QVariantMap registered = defaults.registeredDefaults();
+        for (const char* key : {"disable_all_displaynotifications", "force_intro_window", "enable_airprinter",
+                                "HTTPServer_bind_all"}) {
+            QVERIFY2(registered.contains(key), key);
+            QCOMPARE(defaults.boolValue(key), false);
+        }
+        for (const char* key : {"destination_name", "remote_destination_name", "screenshot_destination_name",
+                                "HTTPServer_serviceName", "HTTPServer_serviceType"}) {
+            QVERIFY2(registered.contains(key), key);
+            QCOMPARE(defaults.stringValue(key), QString());
+        }
+        QCOMPARE(defaults.integerValue("HTTPServer_serverPort"), 0);
     }
 
     void registrationIsNeverWritten()
