@@ -15,7 +15,7 @@ namespace quirepad {
 struct InstanceRequest {
     enum class Kind {
         Command, // run a subcommand: arguments are the command line after the program name
-        Open,    // open files: arguments are paths
+        Open, // open files: arguments are paths
     };
 
     Kind kind = Kind::Command;
@@ -46,7 +46,7 @@ struct InstanceReply {
 // reply payload:   {"status": int, "out": string, "err": string}
 namespace InstanceMessage {
 
-inline constexpr char magic[4] = {'Q', 'P', 'A', 'D'};
+inline constexpr char magic[4] = { 'Q', 'P', 'A', 'D' };
 inline constexpr quint16 protocolVersion = 1;
 inline constexpr qsizetype headerSize = 4 + 2 + 4;
 inline constexpr quint32 maxPayloadSize = 16 * 1024 * 1024;

@@ -40,11 +40,12 @@ enum class DirectoryState { Missing, Safe, Unsafe };
 // everybody else.
 DirectoryState inspectRuntimeDir(const QString& dir, QString* reason)
 {
-    struct stat info {};
+    struct stat info = {};
     if (::lstat(QFile::encodeName(dir).constData(), &info) != 0) {
         if (errno == ENOENT)
             return DirectoryState::Missing;
-        *reason = QStringLiteral("cannot inspect runtime directory %1: %2").arg(dir, QString::fromLocal8Bit(std::strerror(errno)));
+        *reason = QStringLiteral("cannot inspect runtime directory %1: %2")
+                      .arg(dir, QString::fromLocal8Bit(std::strerror(errno)));
         return DirectoryState::Unsafe;
     }
     if (!S_ISDIR(info.st_mode)) {
@@ -76,7 +77,8 @@ bool ensureRuntimeDir(const QString& dir, QString* reason)
             return false;
         }
         if (::mkdir(QFile::encodeName(dir).constData(), 0700) != 0 && errno != EEXIST) {
-            *reason = QStringLiteral("cannot create runtime directory %1: %2").arg(dir, QString::fromLocal8Bit(std::strerror(errno)));
+            *reason = QStringLiteral("cannot create runtime directory %1: %2")
+                          .arg(dir, QString::fromLocal8Bit(std::strerror(errno)));
             return false;
         }
     }
@@ -97,7 +99,7 @@ bool ensureRuntimeDir(const QString& dir, QString* reason)
 // The user id of the process at the other end of a connected local socket.
 std::optional<uid_t> peerUid(qintptr descriptor)
 {
-    struct ucred credentials {};
+    struct ucred credentials = {};
     socklen_t length = sizeof credentials;
     if (descriptor < 0 || ::getsockopt(int(descriptor), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0)
         return std::nullopt;
@@ -172,14 +174,16 @@ private:
     {
         m_busy = true;
         m_idleTimer.stop();
-        const InstanceReply reply = m_owner ? m_owner->handle(request)
-                                            : InstanceReply{1, {}, QStringLiteral("quirepad: the running instance is shutting down\n")};
+        const InstanceReply reply = m_owner
+            ? m_owner->handle(request)
+            : InstanceReply { 1, {}, QStringLiteral("quirepad: the running instance is shutting down\n") };
         m_busy = false;
 
         QByteArray frame = InstanceMessage::encode(reply);
         if (frame.isEmpty()) {
             qCWarning(lcInstance) << "reply too large to send back";
-            frame = InstanceMessage::encode(InstanceReply{1, {}, QStringLiteral("quirepad: the reply is too large to forward\n")});
+            frame = InstanceMessage::encode(
+                InstanceReply { 1, {}, QStringLiteral("quirepad: the reply is too large to forward\n") });
         }
         if (m_socket->state() == QLocalSocket::ConnectedState) {
             m_socket->write(frame);
@@ -359,7 +363,7 @@ void SingleInstance::acceptConnections()
 InstanceReply SingleInstance::handle(const InstanceRequest& request) const
 {
     if (!m_handler)
-        return {1, {}, QStringLiteral("quirepad: the running instance accepts no requests\n")};
+        return { 1, {}, QStringLiteral("quirepad: the running instance accepts no requests\n") };
     // A copy: the handler may replace itself, or this object may go away,
     // while it runs.
     const Handler handler = m_handler;
@@ -367,15 +371,15 @@ InstanceReply SingleInstance::handle(const InstanceRequest& request) const
         return handler(request);
     } catch (const std::exception& e) {
         qCWarning(lcInstance) << "request failed:" << e.what();
-        return {1, {}, QStringLiteral("quirepad: %1\n").arg(QString::fromLocal8Bit(e.what()))};
+        return { 1, {}, QStringLiteral("quirepad: %1\n").arg(QString::fromLocal8Bit(e.what())) };
     } catch (...) {
         qCWarning(lcInstance) << "request failed with an unknown exception";
-        return {1, {}, QStringLiteral("quirepad: internal error\n")};
+        return { 1, {}, QStringLiteral("quirepad: internal error\n") };
     }
 }
 
-std::optional<InstanceReply> SingleInstance::forward(const InstanceRequest& request, const QString& runtimeDir,
-                                                     int timeoutMs)
+std::optional<InstanceReply> SingleInstance::forward(
+    const InstanceRequest& request, const QString& runtimeDir, int timeoutMs)
 {
     const QString dir = QDir::cleanPath(runtimeDir);
     QString reason;
@@ -415,8 +419,9 @@ std::optional<InstanceReply> SingleInstance::forward(const InstanceRequest& requ
     socket.write(frame);
     while (socket.bytesToWrite() > 0) {
         if (!socket.waitForBytesWritten(remainingMs(deadline))) {
-            qCWarning(lcInstance).noquote() << "cannot send the request to the running instance:"
-                                            << (deadline.hasExpired() ? QStringLiteral("timed out") : socket.errorString());
+            qCWarning(lcInstance).noquote()
+                << "cannot send the request to the running instance:"
+                << (deadline.hasExpired() ? QStringLiteral("timed out") : socket.errorString());
             return std::nullopt;
         }
     }
@@ -435,9 +440,10 @@ std::optional<InstanceReply> SingleInstance::forward(const InstanceRequest& requ
             return std::nullopt;
         }
         if (!socket.waitForReadyRead(remainingMs(deadline)) && socket.state() == QLocalSocket::ConnectedState) {
-            qCWarning(lcInstance).noquote() << "no reply from the running instance:"
-                                            << (deadline.hasExpired() ? QStringLiteral("timed out after %1 ms").arg(timeoutMs)
-                                                                      : socket.errorString());
+            qCWarning(lcInstance).noquote()
+                << "no reply from the running instance:"
+                << (deadline.hasExpired() ? QStringLiteral("timed out after %1 ms").arg(timeoutMs)
+                                          : socket.errorString());
             return std::nullopt;
         }
         // Otherwise data arrived, or the peer closed: the next pass reads

@@ -30,7 +30,7 @@ class SingleInstance : public QObject
 public:
     using Handler = std::function<InstanceReply(const InstanceRequest&)>;
 
-    static constexpr std::chrono::milliseconds defaultIdleTimeout{std::chrono::seconds(30)};
+    static constexpr std::chrono::milliseconds defaultIdleTimeout { std::chrono::seconds(30) };
 
     // $XDG_RUNTIME_DIR/quirepad, or <temp>/quirepad-<uid> without it. Only
     // computes the path; tryToRun() creates the directory (mode 0700).
@@ -69,9 +69,8 @@ public:
     // listens (the caller then does the work itself), and also, logged,
     // when the directory is unsafe, the time runs out or the reply is
     // broken.
-    static std::optional<InstanceReply> forward(const InstanceRequest& request,
-                                                const QString& runtimeDir = defaultRuntimeDir(),
-                                                int timeoutMs = 30000);
+    static std::optional<InstanceReply> forward(
+        const InstanceRequest& request, const QString& runtimeDir = defaultRuntimeDir(), int timeoutMs = 30000);
 
 private:
     class Connection;
