@@ -45,6 +45,12 @@ QString CommandInvocation::absolutePath(const QString& path) const
     return QDir::cleanPath((workingDirectory.isEmpty() ? QDir::currentPath() : workingDirectory) + u'/' + path);
 }
 
+int CommandInvocation::fail(const QString& message, int status) const
+{
+    err << "quirepad: " << message << '\n';
+    return status;
+}
+
 CommandLine::CommandLine()
 {
     addCommand({QStringLiteral("env"), QString(),

@@ -20,6 +20,8 @@ struct CommandInvocation {
 
     // A path argument made absolute against the caller's folder.
     QString absolutePath(const QString& path) const;
+    // Writes "quirepad: message" as one line on err and answers the status.
+    int fail(const QString& message, int status = 1) const;
 };
 
 // The subcommands of the quirepad executable. Each subsystem adds its

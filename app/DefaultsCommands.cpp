@@ -19,16 +19,10 @@ QString shown(const QVariant& value)
     return objectDescription(value);
 }
 
-int fail(const CommandInvocation& call, const QString& message, int status = 1)
-{
-    call.err << "quirepad: " << message << '\n';
-    return status;
-}
-
 int readDefaults(const CommandInvocation& call, UserDefaults& defaults, const QStringList& args)
 {
     if (args.size() > 1)
-        return fail(call, QStringLiteral("usage: defaults read [KEY]"), 2);
+        return call.fail(QStringLiteral("usage: defaults read [KEY]"), 2);
     const QVariantMap all = defaults.dictionaryRepresentation();
     auto line = [&](const QString& key) {
         const bool isDefault = !defaults.isStored(key);
@@ -42,7 +36,7 @@ int readDefaults(const CommandInvocation& call, UserDefaults& defaults, const QS
     }
     const QString key = args.first();
     if (!defaults.contains(key))
-        return fail(call, QStringLiteral("no setting named '%1'").arg(key));
+        return call.fail(QStringLiteral("no setting named '%1'").arg(key));
     call.out << shown(defaults.value(key)) << '\n';
     return 0;
 }
@@ -50,7 +44,7 @@ int readDefaults(const CommandInvocation& call, UserDefaults& defaults, const QS
 int writeDefault(const CommandInvocation& call, UserDefaults& defaults, const QStringList& args)
 {
     if (args.size() != 2)
-        return fail(call, QStringLiteral("usage: defaults write KEY VALUE"), 2);
+        return call.fail(QStringLiteral("usage: defaults write KEY VALUE"), 2);
     const QString key = args.at(0);
     const QString text = args.at(1);
     const QVariant current = defaults.value(key);
@@ -62,12 +56,12 @@ int writeDefault(const CommandInvocation& call, UserDefaults& defaults, const QS
         else if (QStringList{"no", "false", "0"}.contains(lower))
             value = false;
         else
-            return fail(call, QStringLiteral("%1 takes yes or no, not '%2'").arg(key, text), 2);
+            return call.fail(QStringLiteral("%1 takes yes or no, not '%2'").arg(key, text), 2);
     } else if (current.typeId() == QMetaType::Int || current.typeId() == QMetaType::LongLong) {
         bool ok = false;
         const qint64 n = text.toLongLong(&ok);
         if (!ok)
-            return fail(call, QStringLiteral("%1 takes a whole number, not '%2'").arg(key, text), 2);
+            return call.fail(QStringLiteral("%1 takes a whole number, not '%2'").arg(key, text), 2);
         value = n;
     }
     defaults.setValue(key, value);
@@ -78,9 +72,9 @@ int writeDefault(const CommandInvocation& call, UserDefaults& defaults, const QS
 int deleteDefault(const CommandInvocation& call, UserDefaults& defaults, const QStringList& args)
 {
     if (args.size() != 1)
-        return fail(call, QStringLiteral("usage: defaults delete KEY"), 2);
+        return call.fail(QStringLiteral("usage: defaults delete KEY"), 2);
     if (!defaults.isStored(args.first()))
-        return fail(call, QStringLiteral("'%1' is not set").arg(args.first()));
+        return call.fail(QStringLiteral("'%1' is not set").arg(args.first()));
     defaults.remove(args.first());
     defaults.sync();
     return 0;
@@ -107,7 +101,7 @@ void addDefaultsCommands(CommandLine& commandLine, AppSession& session)
                  return writeDefault(call, defaults, args.mid(1));
              if (sub == QLatin1String("delete"))
                  return deleteDefault(call, defaults, args.mid(1));
-             return fail(call, QStringLiteral("defaults needs read, write or delete"), 2);
+             return call.fail(QStringLiteral("defaults needs read, write or delete"), 2);
          }});
 }
 

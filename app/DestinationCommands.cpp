@@ -113,11 +113,7 @@ public:
     }
 
 private:
-    int fail(const QString& message, int status = 1)
-    {
-        m_call.err << "quirepad: " << message << '\n';
-        return status;
-    }
+    int fail(const QString& message, int status = 1) { return m_call.fail(message, status); }
     int usage(const QString& message) { return fail(message + QStringLiteral(" (see quirepad --help)"), 2); }
 
     int saved(int status = 0)
