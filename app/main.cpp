@@ -1,6 +1,7 @@
 #include "AppSession.h"
 #include "CommandLine.h"
 #include "DefaultsCommands.h"
+#include "DeliveryCommands.h"
 #include "DestinationCommands.h"
 #include "SingleInstance.h"
 #include "UnixSignalWatcher.h"
@@ -8,6 +9,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QLoggingCategory>
 #include <QTextStream>
 
 using namespace quirepad;
@@ -18,6 +20,7 @@ void addCommands(CommandLine& commandLine, AppSession& session)
 {
     addDestinationCommands(commandLine, session);
     addDefaultsCommands(commandLine, session);
+    addDeliveryCommands(commandLine, session);
 }
 
 InstanceReply runHere(const CommandLine& commandLine, const InstanceRequest& request)
@@ -89,6 +92,11 @@ int main(int argc, char** argv)
 
     if (first == QLatin1String("--headless"))
         return runHeadless(app);
+
+    // A command prints its own results; the program's running commentary
+    // stays out of the way unless asked for (QT_LOGGING_RULES).
+    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
+        QLoggingCategory::setFilterRules(QStringLiteral("quirepad.*.info=false"));
 
     AppSession session;
     CommandLine commandLine;

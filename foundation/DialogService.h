@@ -33,6 +33,10 @@ public:
     virtual QString prompt(const QString& message, const QString& informative, const QString& initialValue,
         const QString& confirmTitle, const QString& cancelTitle)
         = 0;
+    // A save panel opened on the suggested path's folder with its file name
+    // filled in. The chosen path, or a null string when cancelled.
+    virtual QString chooseSaveFile(const QString& suggestedPath) = 0;
+
     // A passing desktop notification; revealPath (when not empty) is the file
     // shown in the file manager when the user activates it.
     virtual void notify(const QString& title, const QString& text, const QString& revealPath) = 0;

@@ -3,6 +3,7 @@
 #include "foundation/FreedesktopNotifier.h"
 
 #include <QDialog>
+#include <QFileDialog>
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -133,6 +134,11 @@ QString QtDialogService::prompt(const QString& message, const QString& informati
 void QtDialogService::notify(const QString& title, const QString& text, const QString& revealPath)
 {
     m_notifier->notify(title, text, revealPath);
+}
+
+QString QtDialogService::chooseSaveFile(const QString& suggestedPath)
+{
+    return QFileDialog::getSaveFileName(nullptr, QString(), suggestedPath);
 }
 
 } // namespace quirepad

@@ -25,6 +25,7 @@ public:
         const QString& negativeTitle) override;
     QString prompt(const QString& message, const QString& informative, const QString& initialValue,
         const QString& confirmTitle, const QString& cancelTitle) override;
+    QString chooseSaveFile(const QString& suggestedPath) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
 
     // Object names of the prompt's parts.

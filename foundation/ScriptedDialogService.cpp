@@ -31,6 +31,8 @@ QString ScriptedDialogService::kindName(Kind kind)
         return QStringLiteral("prompt");
     case Kind::Notification:
         return QStringLiteral("notification");
+    case Kind::SavePanel:
+        return QStringLiteral("save panel");
     }
     return QString();
 }
@@ -123,6 +125,18 @@ QString ScriptedDialogService::prompt(const QString& message, const QString& inf
     record({ Kind::Prompt, message, informative, confirmTitle, cancelTitle, initialValue, QString(),
         result.isNull() ? QVariant() : QVariant(result) });
     return result;
+}
+
+QString ScriptedDialogService::chooseSaveFile(const QString& suggestedPath)
+{
+    // Unscripted, it saves under the suggested name, as Return would.
+    bool scripted = false;
+    const QVariant answer = takeAnswer(&scripted);
+    const QString chosen = scripted ? (answer.typeId() == QMetaType::QString ? answer.toString() : QString())
+                                    : suggestedPath;
+    record({ Kind::SavePanel, suggestedPath, QString(), QString(), QString(), suggestedPath, QString(),
+        chosen.isNull() ? QVariant() : QVariant(chosen) });
+    return chosen;
 }
 
 void ScriptedDialogService::notify(const QString& title, const QString& text, const QString& revealPath)

@@ -16,7 +16,7 @@ namespace quirepad {
 class ScriptedDialogService final : public DialogService
 {
 public:
-    enum class Kind { Alert, Error, Question, Prompt, Notification };
+    enum class Kind { Alert, Error, Question, Prompt, Notification, SavePanel };
 
     struct Interaction {
         Kind kind = Kind::Alert;
@@ -46,6 +46,7 @@ public:
         const QString& negativeTitle) override;
     QString prompt(const QString& message, const QString& informative, const QString& initialValue,
         const QString& confirmTitle, const QString& cancelTitle) override;
+    QString chooseSaveFile(const QString& suggestedPath) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
 
     static QString kindName(Kind kind);

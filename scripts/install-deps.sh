@@ -15,6 +15,8 @@ PACKAGES=(
     ksh
     # desktop services under test: a private D-Bus, a virtual display
     dbus xvfb xauth fonts-dejavu-core
+    # PDF work: compression, keywords, the sample workflows
+    ghostscript qpdf libqpdf-dev poppler-utils
 )
 
 missing=()

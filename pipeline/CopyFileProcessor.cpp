@@ -1,0 +1,176 @@
+#include "pipeline/CopyFileProcessor.h"
+
+#include "foundation/DialogService.h"
+#include "foundation/InternalError.h"
+#include "foundation/dialogs.h"
+#include "foundation/fileutil.h"
+#include "foundation/pathvars.h"
+#include "pipeline/filters.h"
+
+#include <QFile>
+#include <QLoggingCategory>
+#include <QSaveFile>
+#include <QUrl>
+
+#include <pwd.h>
+#include <unistd.h>
+
+namespace quirepad {
+
+Q_LOGGING_CATEGORY(lcDelivery, "quirepad.delivery", QtInfoMsg)
+
+namespace {
+
+QString loginName()
+{
+    if (const passwd* entry = getpwuid(getuid()))
+        return QString::fromLocal8Bit(entry->pw_name);
+    return qEnvironmentVariable("USER");
+}
+
+QString contextValue(const QVariantMap& context, const char* key, const QString& fallback)
+{
+    const QVariant value = context.value(QString::fromLatin1(key));
+    return value.isValid() && !value.isNull() ? value.toString() : fallback;
+}
+
+} // namespace
+
+CopyFileProcessor::CopyFileProcessor() = default;
+CopyFileProcessor::~CopyFileProcessor() = default;
+
+QString CopyFileProcessor::outputDir()
+{
+    const QString text = config.value(QStringLiteral("output_dir")).toString();
+    const QUrl url(text, QUrl::StrictMode);
+    if (url.isValid() && !url.path().isEmpty())
+        return url.path(QUrl::FullyDecoded);
+    return f(QStringLiteral("~/Desktop"));
+}
+
+QString CopyFileProcessor::sanitizeName(const QString& name) const
+{
+    static const QString marker = QStringLiteral("-D3F2UG-");
+    QString shortened = name;
+    const qsizetype at = name.indexOf(marker);
+    if (at >= 0)
+        shortened = name.mid(at + marker.size());
+    else if (name_pattern.isEmpty())
+        return name; // neither an owner prefix nor a pattern: left exactly as it is
+
+    const QString extension = path_extension(shortened);
+    QString result = shortened;
+    if (!name_pattern.isEmpty()) {
+        result = name_pattern;
+        result.replace(QStringLiteral("%t"), contextValue(context, "TITLE", QStringLiteral("Unknown")));
+        result.replace(QStringLiteral("%u"), contextValue(context, "USER", loginName()));
+        result.replace(QStringLiteral("%h"), contextValue(context, "HOST", QStringLiteral("localhost")));
+        if (path_extension(result).isEmpty())
+            result += QLatin1Char('.') + extension;
+    }
+    static const std::pair<const char*, const char*> replacements[] = {
+        {"/", ";"}, {"?", "."}, {"<", "("}, {">", ")"}, {"\\", ";"}, {":", ";"}, {"*", "#"}, {"|", ";"}, {"\"", "'"},
+    };
+    for (const auto& [from, to] : replacements)
+        result.replace(QLatin1String(from), QLatin1String(to));
+    return result;
+}
+
+bool CopyFileProcessor::processFile(const QString& path)
+{
+    m_failure.clear();
+    const QString folder = outputDir();
+    if (folder.isEmpty()) {
+        if (m_failure.isEmpty())
+            m_failure = QStringLiteral("the destination has no folder to deliver into");
+        return false;
+    }
+    QString target = (folder.endsWith(u'/') ? folder : folder + QLatin1Char('/')) + sanitizeName(path_basename(path));
+    QString working = path;
+    if (do_compress)
+        compress_pdf(working, true);
+    if (!tranform.isEmpty()) {
+        working = execute_filter(working, tranform, context);
+        const QString newExtension = path_extension(working);
+        if (!newExtension.isEmpty() && newExtension != path_extension(target)) {
+            const qsizetype dot = target.lastIndexOf(u'.');
+            const qsizetype slash = target.lastIndexOf(u'/');
+            target = (dot > slash ? target.left(dot) : target) + QLatin1Char('.') + newExtension;
+        }
+    }
+    copyTempFile(working, target);
+    return !failed();
+}
+
+bool CopyFileProcessor::copyTempFile(const QString& source, const QString& target)
+{
+    QString chosen;
+    if (config.value(QStringLiteral("ask_to_confim")).toBool()) {
+        chosen = DialogService::current().chooseSaveFile(target);
+        if (chosen.isEmpty())
+            return false;
+        if (!deliverCopy(source, chosen))
+            return true;
+    } else {
+        try {
+            ensure_dirname_exists(target);
+        } catch (const InternalError& error) {
+            fail(error.reason());
+            return true;
+        }
+        chosen = (!path_exists(target) || do_overwrite) ? target : mk_unique_filename(target);
+        if (!deliverCopy(source, chosen))
+            return true;
+    }
+    resultFile = chosen;
+    if (isPlainFolderProcessor())
+        notifySucessTitle(QStringLiteral("File Copied"), chosen);
+    return true;
+}
+
+bool CopyFileProcessor::deliverCopy(const QString& source, const QString& target)
+{
+    QFile in(source);
+    if (!in.open(QIODevice::ReadOnly)) {
+        fail(QStringLiteral("%1 cannot be read: %2").arg(source, in.errorString()));
+        return false;
+    }
+    // QSaveFile writes a temporary file beside the target and renames it
+    // into place on commit, replacing what was there.
+    QSaveFile out(target);
+    if (!out.open(QIODevice::WriteOnly)) {
+        fail(QStringLiteral("%1 cannot be written: %2").arg(target, out.errorString()));
+        return false;
+    }
+    QByteArray buffer;
+    while (!in.atEnd()) {
+        buffer = in.read(1 << 20);
+        if (buffer.isEmpty() && in.error() != QFile::NoError)
+            break;
+        if (out.write(buffer) != buffer.size())
+            break;
+    }
+    if (in.error() != QFile::NoError || !out.commit()) {
+        const QString reason = out.error() != QFileDevice::NoError ? out.errorString() : in.errorString();
+        out.cancelWriting();
+        fail(QStringLiteral("%1 could not be written: %2").arg(target, reason));
+        return false;
+    }
+    qCInfo(lcDelivery).noquote() << "delivered" << target;
+    return true;
+}
+
+void CopyFileProcessor::fail(const QString& reason)
+{
+    m_failure = reason;
+    qCWarning(lcDelivery).noquote() << "delivery failed:" << reason;
+    MYDisplayError(Error{QStringLiteral("quirepad.delivery"), 1, QStringLiteral("The document could not be delivered."),
+                         reason, QStringLiteral("The print job stays in the queue; use Retry once the problem is solved.")});
+}
+
+void CopyFileProcessor::notifySucessTitle(const QString& text, const QString& path)
+{
+    MYDisplayNotification(QStringLiteral("Quirepad"), text, path);
+}
+
+} // namespace quirepad

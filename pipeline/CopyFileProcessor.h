@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QString>
+#include <QVariantMap>
+
+namespace quirepad {
+
+// Delivers one file to one destination: computes the output name from the
+// pattern, compresses and filters a working copy, and copies the result to
+// its place. The plain folder destination; subclasses change where the file
+// goes (outputDir) and what is done with it (copyTempFile).
+class CopyFileProcessor
+{
+public:
+    CopyFileProcessor();
+    virtual ~CopyFileProcessor();
+
+    CopyFileProcessor(const CopyFileProcessor&) = delete;
+    CopyFileProcessor& operator=(const CopyFileProcessor&) = delete;
+
+    bool do_compress = false;
+    bool do_overwrite = false;
+    QString name_pattern;
+    QString tranform;
+    QVariantMap config;
+    QVariantMap context; // the job info: TITLE, USER, HOST, NAME, ...
+    QString resultFile;
+
+    void setContext(const QVariantMap& jobInfo) { context = jobInfo; }
+
+    // The folder to deliver into; a null string delivers nothing.
+    virtual QString outputDir();
+    QString sanitizeName(const QString& name) const;
+
+    // Compress, filter, then copy. False when nothing could be delivered
+    // (no folder, or an error the user has been told about): the caller
+    // keeps the job. True when delivered or the user cancelled.
+    virtual bool processFile(const QString& path);
+    // False only when the user cancelled the save panel.
+    virtual bool copyTempFile(const QString& source, const QString& target);
+    void notifySucessTitle(const QString& text, const QString& path);
+
+    bool failed() const { return !m_failure.isEmpty(); }
+    QString failureReason() const { return m_failure; }
+
+protected:
+    // Writes source to target under a temporary name in the target's
+    // folder and renames it into place; on an error the user is told, the
+    // failure recorded and false answered.
+    bool deliverCopy(const QString& source, const QString& target);
+    void fail(const QString& reason);
+    // Only the plain folder processor posts "File Copied".
+    virtual bool isPlainFolderProcessor() const { return true; }
+
+private:
+    QString m_failure;
+};
+
+} // namespace quirepad
