@@ -22,11 +22,12 @@ using namespace quirepad;
 // How "Reduce File Size" (compress_pdf) compares with plain Ghostscript
 // /ebook and with a lossless qpdf rewrite on a corpus made here and now.
 //
-//   build/bin/bench_compression [--repeats N]
+//   build/bin/bench_compression [--repeats N] [--keep]
 //
 // N (default 3, or QUIREPAD_BENCH_REPEATS) runs per document and method,
 // each on a fresh copy of the input; the median time is reported. Exits 0
 // when every target holds, 1 otherwise, 2 when the benchmark cannot run.
+// --keep leaves the generated corpus behind for a closer look.
 
 namespace {
 
@@ -159,6 +160,10 @@ int main(int argc, char** argv)
     if (!temp.isValid()) {
         out(QStringLiteral("no temporary folder"));
         return 2;
+    }
+    if (app.arguments().contains(QLatin1String("--keep"))) {
+        temp.setAutoRemove(false);
+        out(QStringLiteral("corpus kept in %1/corpus").arg(temp.path()));
     }
     const QString corpus = temp.filePath(QStringLiteral("corpus"));
     const QString scratch = temp.filePath(QStringLiteral("runs"));

@@ -15,6 +15,7 @@
 #include <memory>
 #include <system_error>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <glob.h>
 #include <linux/fs.h>
@@ -185,6 +186,18 @@ QString mk_temp()
     static const QDateTime reference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
     const double ms = double(reference.msecsTo(QDateTime::currentDateTimeUtc()));
     return QDir::tempPath() + QLatin1Char('/') + QString::asprintf("%.0f.tmp", ms);
+}
+
+QString mk_temp_dir()
+{
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const QString path = mk_unique_filename(mk_temp());
+        if (::mkdir(QFile::encodeName(path).constData(), 0700) == 0)
+            return path;
+        if (errno != EEXIST)
+            break;
+    }
+    return {};
 }
 
 bool mv_file(const QString& from, const QString& to)

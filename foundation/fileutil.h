@@ -44,6 +44,9 @@ QString ensure_dirname_exists(const PathArg& path);
 // Files.
 QString mk_unique_filename(const QString& path);
 QString mk_temp();
+// A new, empty folder named like mk_temp() (made unique when two are asked
+// for within one millisecond); a null string when it cannot be made.
+QString mk_temp_dir();
 bool mv_file(const QString& from, const QString& to);
 bool cp_file(const QString& from, const QString& to);
 bool cp_files(const QString& pattern, const QVariant& to);

@@ -160,11 +160,12 @@ bool CopyFileProcessor::deliverCopy(const QString& source, const QString& target
     return true;
 }
 
-void CopyFileProcessor::fail(const QString& reason)
+void CopyFileProcessor::fail(const QString& reason, bool tellUser)
 {
     m_failure = reason;
     qCWarning(lcDelivery).noquote() << "delivery failed:" << reason;
-    MYDisplayError(Error{QStringLiteral("quirepad.delivery"), 1, QStringLiteral("The document could not be delivered."),
+    if (tellUser)
+        MYDisplayError(Error{QStringLiteral("quirepad.delivery"), 1, QStringLiteral("The document could not be delivered."),
                          reason, QStringLiteral("The print job stays in the queue; use Retry once the problem is solved.")});
 }
 

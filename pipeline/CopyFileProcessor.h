@@ -48,7 +48,8 @@ protected:
     // folder and renames it into place; on an error the user is told, the
     // failure recorded and false answered.
     bool deliverCopy(const QString& source, const QString& target);
-    void fail(const QString& reason);
+    // Records the failure; shows it unless the user was already told.
+    void fail(const QString& reason, bool tellUser = true);
     // Only the plain folder processor posts "File Copied".
     virtual bool isPlainFolderProcessor() const { return true; }
 

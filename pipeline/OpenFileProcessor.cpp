@@ -26,9 +26,9 @@ bool OpenFileProcessor::processFile(const QString& path)
     QString file = path;
     for (const QString& place : temporaryPlaces()) {
         if (path == place || path.startsWith(place + QLatin1Char('/'))) {
-            const QString folder = ensure_directory_exists(mk_temp());
+            const QString folder = mk_temp_dir();
             file = folder + QLatin1Char('/') + sanitizeName(path_basename(path));
-            if (!cp_file(path, file)) {
+            if (folder.isEmpty() || !cp_file(path, file)) {
                 fail(QStringLiteral("%1 could not be copied for opening").arg(path));
                 return false;
             }

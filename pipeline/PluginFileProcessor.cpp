@@ -12,8 +12,9 @@ bool PluginFileProcessor::copyTempFile(const QString& source, const QString& tar
     const QString pluginName = config.value(QStringLiteral("plugin_name")).toString();
     QString input = source;
     if (!config.value(QStringLiteral("reuse_path")).toBool()) {
-        input = ensure_directory_exists(mk_temp()) + QLatin1Char('/') + path_basename(target);
-        if (!cp_file(source, input)) {
+        const QString folder = mk_temp_dir();
+        input = folder + QLatin1Char('/') + path_basename(target);
+        if (folder.isEmpty() || !cp_file(source, input)) {
             fail(QStringLiteral("%1 could not be prepared for the workflow").arg(source));
             return true;
         }
@@ -29,7 +30,7 @@ bool PluginFileProcessor::copyTempFile(const QString& source, const QString& tar
     switch (result.status) {
     case WorkflowRunner::Status::NotExecutable:
         askAboutUnrunnableWorkflow();
-        fail(result.errorText);
+        fail(result.errorText, false);
         return true;
     case WorkflowRunner::Status::Failed:
     case WorkflowRunner::Status::TimedOut:

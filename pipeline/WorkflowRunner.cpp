@@ -65,8 +65,8 @@ WorkflowRunner::Result WorkflowRunner::run(const QString& inputPath) const
         return result;
     }
 
-    result.workingDirectory = mk_temp();
-    if (!mk_dirs(result.workingDirectory)) {
+    result.workingDirectory = mk_temp_dir();
+    if (result.workingDirectory.isEmpty()) {
         result.errorText = QStringLiteral("cannot create the folder %1").arg(result.workingDirectory);
         return result;
     }

@@ -129,7 +129,9 @@ QStringList make_temp_fl(const QStringList& paths)
 {
     if (paths.isEmpty())
         return {};
-    const QString folder = ensure_directory_exists(mk_temp());
+    const QString folder = mk_temp_dir();
+    if (folder.isEmpty())
+        return {};
     QStringList copies;
     for (const QString& path : paths) {
         const QString copy = QStringLiteral("%1/%2").arg(folder, path_basename(path));

@@ -303,6 +303,18 @@ private slots:
         const qint64 stamp = match.captured(1).toLongLong();
         QVERIFY(stamp >= before && stamp <= after + 1);
         QVERIFY(!QFile::exists(temp));
+
+        // Folders asked for in quick succession are all new and empty.
+        QSet<QString> folders;
+        for (int i = 0; i < 20; ++i) {
+            const QString folder = mk_temp_dir();
+            QVERIFY(QFileInfo(folder).isDir());
+            QVERIFY(QDir(folder).isEmpty());
+            folders.insert(folder);
+        }
+        QCOMPARE(folders.size(), 20);
+        for (const QString& folder : folders)
+            QDir(folder).removeRecursively();
     }
 
     void uuidsAndDates()
