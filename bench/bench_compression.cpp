@@ -39,6 +39,7 @@ struct Document {
 
 struct Measurement {
     qint64 bytes = -1;
+    qint64 smallest = -1;
     double seconds = 0;
     bool ok = false;
     bool bytesVaried = false;
@@ -117,6 +118,7 @@ Measurement measure(const Document& doc, const Method& method, const QString& sc
         if (result.bytes >= 0 && bytes != result.bytes)
             result.bytesVaried = true;
         result.bytes = std::max(result.bytes, bytes); // the worst run counts
+        result.smallest = result.smallest < 0 ? bytes : std::min(result.smallest, bytes);
         times.push_back(seconds);
         QDir(workDir).removeRecursively();
     }
@@ -257,7 +259,10 @@ int main(int argc, char** argv)
             secondsTotal[m] += result.seconds;
             line += pad(QString::number(result.bytes), 17) + pad(QString::number(result.seconds, 'f', 3), 9);
             if (result.bytesVaried)
-                notes << QStringLiteral("%1 / %2: output size varied between runs (largest shown)").arg(doc.name, methods[m].name);
+                notes << QStringLiteral("%1 / %2: output size varied between runs, %3..%4 bytes (largest shown)")
+                             .arg(doc.name, methods[m].name)
+                             .arg(result.smallest)
+                             .arg(result.bytes);
             if (m == 0 && result.bytes > doc.bytes) {
                 neverLarger = false;
                 notes << QStringLiteral("%1: compress_pdf grew the file").arg(doc.name);
