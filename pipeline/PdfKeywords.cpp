@@ -31,7 +31,8 @@ std::optional<QStringList> PdfKeywords::read(const QString& path)
     try {
         QPDF pdf;
         pdf.setSuppressWarnings(true);
-        pdf.processFile(QFile::encodeName(path).constData());
+        const QByteArray fileName = QFile::encodeName(path);
+        pdf.processFile(fileName.constData());
         QPDFObjectHandle info = pdf.getTrailer().getKey("/Info");
         if (!info.isDictionary() || !info.getKey("/Keywords").isString())
             return QStringList();
@@ -47,7 +48,8 @@ bool PdfKeywords::write(const QString& path, const QStringList& keywords)
     try {
         QPDF pdf;
         pdf.setSuppressWarnings(true);
-        pdf.processFile(QFile::encodeName(path).constData());
+        const QByteArray fileName = QFile::encodeName(path);
+        pdf.processFile(fileName.constData());
         QPDFObjectHandle trailer = pdf.getTrailer();
         QPDFObjectHandle info = trailer.getKey("/Info");
         if (!info.isDictionary()) {
@@ -63,7 +65,9 @@ bool PdfKeywords::write(const QString& path, const QStringList& keywords)
         // Written beside the file, then renamed over it.
         const QString temporary = path + QStringLiteral(".quirepad-keywords");
         {
-            QPDFWriter writer(pdf, QFile::encodeName(temporary).constData());
+            // QPDFWriter keeps the name pointer until write(): hold the bytes.
+            const QByteArray temporaryName = QFile::encodeName(temporary);
+            QPDFWriter writer(pdf, temporaryName.constData());
             writer.setStaticID(false);
             writer.write();
         }
