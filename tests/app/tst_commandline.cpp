@@ -281,6 +281,61 @@ private slots:
         QVERIFY(!conf.readAll().contains("show_menubar_icon")); // defaults are never written
     }
 
+    void deliveringThroughTheCommandLine()
+    {
+        const Account account = fresh();
+        const QString out = account.root() + "/Delivered";
+        const QString recid = account.run({"destinations", "add", "F", "Inbox"}).out.trimmed();
+        QCOMPARE(account.run({"destinations", "set", "Inbox", "name_pattern=%u on %h - %t.pdf",
+                              "config.output_dir=" + QUrl::fromLocalFile(out + "/").toString(QUrl::FullyEncoded)})
+                     .status,
+                 0);
+        QFile pdf(account.root() + "/user's own.pdf");
+        QVERIFY(pdf.open(QIODevice::WriteOnly));
+        pdf.write("%PDF-1.4 mine");
+        pdf.close();
+
+        const Run delivered = account.run({"deliver", "Inbox", "user's own.pdf", "--title", "Q3: plan", "--user", "ann",
+                                           "--host", "lab"});
+        QCOMPARE(delivered.status, 0);
+        QCOMPARE(delivered.out.trimmed(), out + "/ann on lab - Q3; plan.pdf");
+        QFile result(delivered.out.trimmed());
+        QVERIFY(result.open(QIODevice::ReadOnly));
+        QCOMPARE(result.readAll(), QByteArray("%PDF-1.4 mine"));
+        // The second delivery of the same name gets a free variant.
+        QCOMPARE(account.run({"deliver", recid, "user's own.pdf", "--title", "Q3: plan", "--user", "ann", "--host", "lab"})
+                     .out.trimmed(),
+                 out + "/ann on lab - Q3; plan 1.pdf");
+
+        const Run unknown = account.run({"deliver", "Nowhere", "user's own.pdf"});
+        QCOMPARE(unknown.status, 1);
+        QCOMPARE(unknown.err.count('\n'), 1);
+        QCOMPARE(account.run({"deliver", "Inbox", "missing.pdf"}).status, 1);
+        QCOMPARE(account.run({"deliver", "Inbox"}).status, 2);
+        QCOMPARE(account.run({"deliver", "Inbox", "user's own.pdf", "--title"}).status, 2);
+
+        // A destination type this version cannot deliver keeps the job and says so.
+        account.run({"destinations", "add", "K", "Reader"});
+        const Run reader = account.run({"deliver", "Reader", "user's own.pdf"});
+        QCOMPARE(reader.status, 1);
+        QVERIFY(reader.err.contains("type K"));
+    }
+
+    void workflowSamples()
+    {
+        const Account account = fresh();
+        const Run installed = account.run({"workflows", "install-samples"});
+        QCOMPARE(installed.status, 0);
+        QCOMPARE(installed.out.count("installed "), 9);
+        QVERIFY(account.run({"workflows", "install-samples"}).out.contains("already installed"));
+        const Run list = account.run({"workflows", "list"});
+        QCOMPARE(list.status, 0);
+        for (const char* name : {"Save as Image", "Save as Text", "Save as WebPage", "Save as Flat PDF", "Monochrome",
+                                 "CMYK color", "Grayscale color", "PDF X-3", "Flatten PDF"})
+            QVERIFY2(list.out.contains(QStringLiteral("  ") + name + '\n'), name);
+        QCOMPARE(account.run({"workflows", "remove"}).status, 2);
+    }
+
     void commandsGoToTheRunningInstance()
     {
         // Two accounts share one runtime folder: whatever reaches the
