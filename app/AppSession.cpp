@@ -3,13 +3,13 @@
 namespace quirepad {
 
 AppSession::AppSession()
-    : m_delegate(std::make_unique<MainAppDelegateBase>())
+    : m_delegate(std::make_unique<MainAppDelegate>())
 {
 }
 
 AppSession::~AppSession() = default;
 
-MainAppDelegateBase& AppSession::delegate()
+MainAppDelegate& AppSession::delegate()
 {
     if (!m_started) {
         m_started = true;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "store/MainAppDelegateBase.h"
+#include "pipeline/MainAppDelegate.h"
 
 #include <memory>
 
@@ -14,14 +14,19 @@ public:
     AppSession();
     ~AppSession();
 
-    MainAppDelegateBase& delegate();
+    MainAppDelegate& delegate();
+    // Whether this process is the user's running instance (commands such
+    // as "stop" only mean something there).
+    bool isInstance() const { return m_isInstance; }
+    void setInstance(bool instance) { m_isInstance = instance; }
     // The store's context, or nullptr when it cannot be opened (the
     // reason was already reported).
     ManagedObjectContext* context();
 
 private:
-    std::unique_ptr<MainAppDelegateBase> m_delegate;
+    std::unique_ptr<MainAppDelegate> m_delegate;
     bool m_started = false;
+    bool m_isInstance = false;
 };
 
 } // namespace quirepad

@@ -3,14 +3,22 @@
 #include "DefaultsCommands.h"
 #include "DeliveryCommands.h"
 #include "DestinationCommands.h"
+#include "QueueCommands.h"
 #include "SingleInstance.h"
 #include "UnixSignalWatcher.h"
 
+#include "foundation/DialogService.h"
+#include "foundation/QtDialogService.h"
+#include "pipeline/jobinfo.h"
+
+#include <QApplication>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
 #include <QTextStream>
+
+#include <memory>
 
 using namespace quirepad;
 
@@ -21,16 +29,11 @@ void addCommands(CommandLine& commandLine, AppSession& session)
     addDestinationCommands(commandLine, session);
     addDefaultsCommands(commandLine, session);
     addDeliveryCommands(commandLine, session);
+    addQueueCommands(commandLine, session);
 }
 
-InstanceReply runHere(const CommandLine& commandLine, const InstanceRequest& request)
+InstanceReply runCommand(const CommandLine& commandLine, const InstanceRequest& request)
 {
-    if (request.kind == InstanceRequest::Kind::Open) {
-        return {1, QString(),
-                QStringLiteral("quirepad: received %1 file(s), but documents cannot be processed yet: "
-                               "the print pipeline is not built\n")
-                    .arg(request.arguments.size())};
-    }
     QString out, err;
     QTextStream outStream(&out), errStream(&err);
     const int status = commandLine.execute(request.arguments, outStream, errStream, request.workingDirectory);
@@ -39,33 +42,47 @@ InstanceReply runHere(const CommandLine& commandLine, const InstanceRequest& req
     return {status, out, err};
 }
 
-// The user's instance without windows: serves forwarded commands and files
-// until SIGINT or SIGTERM, then saves.
-int runHeadless(QCoreApplication& app)
+// The user's instance: takes print jobs from the spool, serves forwarded
+// commands and files, until SIGINT or SIGTERM; then saves.
+int runInstance(QCoreApplication& app, bool withWindows)
 {
     QTextStream err(stderr);
     SingleInstance instance;
     if (!instance.tryToRun()) {
-        err << "quirepad: " << (instance.errorString().isEmpty() ? QStringLiteral("another Quirepad is already running")
-                                                                 : instance.errorString())
-            << '\n';
+        if (instance.errorString().isEmpty()) {
+            err << "quirepad: another Quirepad is already running\n";
+            return withWindows ? 0 : 1;
+        }
+        err << "quirepad: " << instance.errorString() << '\n';
         return 1;
     }
+    if (withWindows)
+        DialogService::setCurrent(std::make_unique<QtDialogService>());
+
     AppSession session;
+    session.setInstance(true);
     CommandLine commandLine;
     addCommands(commandLine, session);
-    session.delegate(); // settings registered and the store opened before the first request
-    instance.setHandler([&commandLine](const InstanceRequest& request) { return runHere(commandLine, request); });
+    MainAppDelegate& delegate = session.delegate(); // settings registered, store opened
+    instance.setHandler([&](const InstanceRequest& request) -> InstanceReply {
+        if (request.kind == InstanceRequest::Kind::Open) {
+            delegate.openFiles(request.arguments);
+            return {0, QStringLiteral("%1 file(s) taken into the queue\n").arg(request.arguments.size()), QString()};
+        }
+        return runCommand(commandLine, request);
+    });
 
     UnixSignalWatcher signalWatcher;
     QObject::connect(&signalWatcher, &UnixSignalWatcher::terminationRequested, &app, [&] {
-        session.delegate().saveAction();
+        delegate.stopProcessing();
         app.quit();
     });
-    err << "quirepad: running headless as process " << QCoreApplication::applicationPid() << '\n';
+    delegate.applicationDidFinishLaunching();
+    err << "quirepad: running" << (withWindows ? "" : " headless") << " as process "
+        << QCoreApplication::applicationPid() << "; spool " << SpoolLocations::spoolDirectory() << '\n';
     err.flush();
     const int status = app.exec();
-    session.delegate().saveAction();
+    delegate.saveAction();
     return status;
 }
 
@@ -77,21 +94,19 @@ bool allExistingPaths(const QStringList& arguments)
     return !arguments.isEmpty();
 }
 
-} // namespace
+bool hasDisplay()
+{
+    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+           || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}
 
-int main(int argc, char** argv)
+int runCommandLine(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Quirepad"));
-    QCoreApplication::setOrganizationName(QStringLiteral("Quirepad"));
-
     const QStringList arguments = QCoreApplication::arguments().mid(1);
     QTextStream out(stdout);
     QTextStream err(stderr);
     const QString first = arguments.value(0);
-
-    if (first == QLatin1String("--headless"))
-        return runHeadless(app);
 
     // A command prints its own results; the program's running commentary
     // stays out of the way unless asked for (QT_LOGGING_RULES).
@@ -101,7 +116,7 @@ int main(int argc, char** argv)
     AppSession session;
     CommandLine commandLine;
     addCommands(commandLine, session);
-    if (arguments.isEmpty() || first.startsWith(u'-') || first == QLatin1String("help"))
+    if (first.startsWith(u'-') || first == QLatin1String("help"))
         return commandLine.execute(arguments, out, err);
 
     InstanceRequest request;
@@ -118,11 +133,43 @@ int main(int argc, char** argv)
     }
 
     // A running instance does the work; without one, this process does.
-    const std::optional<InstanceReply> reply = SingleInstance::forward(request);
-    const InstanceReply result = reply ? *reply : runHere(commandLine, request);
+    InstanceReply result;
+    if (const std::optional<InstanceReply> reply = SingleInstance::forward(request)) {
+        result = *reply;
+    } else if (request.kind == InstanceRequest::Kind::Open) {
+        const bool done = session.delegate().processPDFFiles(request.arguments);
+        result = {done ? 0 : 1, QString(), QString()};
+    } else {
+        result = runCommand(commandLine, request);
+    }
     out << result.out;
     err << result.err;
     out.flush();
     err.flush();
     return result.status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication::setApplicationName(QStringLiteral("Quirepad"));
+    QCoreApplication::setOrganizationName(QStringLiteral("Quirepad"));
+    const QString first = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
+
+    if (first == QLatin1String("--headless")) {
+        QCoreApplication app(argc, argv);
+        return runInstance(app, false);
+    }
+    if (argc == 1) {
+        if (!hasDisplay()) {
+            QTextStream(stderr) << "quirepad: no display to show windows on; start it with --headless, "
+                                   "or see quirepad --help\n";
+            return 2;
+        }
+        QApplication app(argc, argv);
+        app.setQuitOnLastWindowClosed(false);
+        return runInstance(app, true);
+    }
+    return runCommandLine(argc, argv);
 }

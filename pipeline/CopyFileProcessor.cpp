@@ -7,6 +7,7 @@
 #include "foundation/pathvars.h"
 #include "pipeline/filters.h"
 
+#include <QDir>
 #include <QFile>
 #include <QLoggingCategory>
 #include <QSaveFile>
@@ -35,6 +36,19 @@ QString contextValue(const QVariantMap& context, const char* key, const QString&
 }
 
 } // namespace
+
+bool CopyFileProcessor::isInTemporaryPlace(const QString& path)
+{
+    QStringList places{QStringLiteral("/private"), QStringLiteral("/var"), QStringLiteral("/tmp"),
+                       QStringLiteral("/Users/Shared"), QDir::tempPath()};
+    const QString shared = qEnvironmentVariable("QUIREPAD_SHARED_DIR");
+    if (!shared.isEmpty())
+        places << QDir::cleanPath(shared);
+    for (const QString& place : std::as_const(places))
+        if (path == place || path.startsWith(place + QLatin1Char('/')))
+            return true;
+    return false;
+}
 
 CopyFileProcessor::CopyFileProcessor() = default;
 CopyFileProcessor::~CopyFileProcessor() = default;
@@ -87,8 +101,13 @@ bool CopyFileProcessor::processFile(const QString& path)
     }
     QString target = (folder.endsWith(u'/') ? folder : folder + QLatin1Char('/')) + sanitizeName(path_basename(path));
     QString working = path;
-    if (do_compress)
+    if (do_compress) {
+        // Compression rewrites its file: never the user's own document, only
+        // a spool job or a copy in a temporary place.
+        if (!isInTemporaryPlace(path))
+            working = make_temp_fl({path}).value(0, path);
         compress_pdf(working, true);
+    }
     if (!tranform.isEmpty()) {
         working = execute_filter(working, tranform, context);
         const QString newExtension = path_extension(working);

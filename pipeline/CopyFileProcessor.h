@@ -40,6 +40,9 @@ public:
     virtual bool copyTempFile(const QString& source, const QString& target);
     void notifySucessTitle(const QString& text, const QString& path);
 
+    // Temporary folders and the spool: files there are the program's own.
+    static bool isInTemporaryPlace(const QString& path);
+
     bool failed() const { return !m_failure.isEmpty(); }
     QString failureReason() const { return m_failure; }
 

@@ -10,10 +10,7 @@ namespace quirepad {
 QStringList OpenFileProcessor::temporaryPlaces()
 {
     QStringList places{QStringLiteral("/private"), QStringLiteral("/var"), QStringLiteral("/tmp"),
-                       QStringLiteral("/Users/Shared")};
-    const QString temp = QDir::tempPath();
-    if (!places.contains(temp))
-        places << temp;
+                       QStringLiteral("/Users/Shared"), QDir::tempPath()};
     const QString shared = qEnvironmentVariable("QUIREPAD_SHARED_DIR");
     if (!shared.isEmpty())
         places << QDir::cleanPath(shared);
@@ -24,15 +21,12 @@ bool OpenFileProcessor::processFile(const QString& path)
 {
     const QString appid = config.value(QStringLiteral("appid")).toString();
     QString file = path;
-    for (const QString& place : temporaryPlaces()) {
-        if (path == place || path.startsWith(place + QLatin1Char('/'))) {
-            const QString folder = mk_temp_dir();
-            file = folder + QLatin1Char('/') + sanitizeName(path_basename(path));
-            if (folder.isEmpty() || !cp_file(path, file)) {
-                fail(QStringLiteral("%1 could not be copied for opening").arg(path));
-                return false;
-            }
-            break;
+    if (isInTemporaryPlace(path)) {
+        const QString folder = mk_temp_dir();
+        file = folder + QLatin1Char('/') + sanitizeName(path_basename(path));
+        if (folder.isEmpty() || !cp_file(path, file)) {
+            fail(QStringLiteral("%1 could not be copied for opening").arg(path));
+            return false;
         }
     }
     m_opened = file;

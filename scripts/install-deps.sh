@@ -17,6 +17,9 @@ PACKAGES=(
     dbus xvfb xauth fonts-dejavu-core
     # PDF work: compression, keywords, the sample workflows
     ghostscript qpdf libqpdf-dev poppler-utils
+    # printing: the CUPS backend and its scheduler, IPP tools, the
+    # reference PDF printer of the benchmark, network namespaces for tests
+    libcups2-dev cups cups-client cups-bsd cups-filters cups-ipp-utils printer-driver-cups-pdf iproute2 policykit-1
 )
 
 missing=()

@@ -377,7 +377,8 @@ private slots:
         QVERIFY(pdf.open(QIODevice::WriteOnly));
         pdf.close();
         const Run files = client.run({"job.pdf"});
-        QVERIFY(files.err.contains("received 1 file(s)"));
+        QCOMPARE(files.status, 0);
+        QVERIFY(files.out.contains("1 file(s) taken into the queue"));
 
         ::kill(pid_t(instance.processId()), SIGTERM);
         QVERIFY(instance.waitForFinished(20000));

@@ -1,0 +1,370 @@
+#include "pipeline/MainAppDelegate.h"
+
+#include "foundation/DesktopEntry.h"
+#include "foundation/ProcessRunner.h"
+#include "foundation/UserDefaults.h"
+#include "foundation/desktop.h"
+#include "foundation/dialogs.h"
+#include "foundation/fileutil.h"
+#include "foundation/process.h"
+#include "foundation/session.h"
+#include "pipeline/DriverInstaller.h"
+#include "pipeline/ProcessorFactory.h"
+#include "pipeline/TriggerWatcher.h"
+#include "pipeline/jobinfo.h"
+
+#include "foundation/runloop.h"
+
+#include <QCursor>
+#include <QFileDialog>
+#include <QGuiApplication>
+#include <QImage>
+#include <QLoggingCategory>
+#include <QPainter>
+#include <QPdfWriter>
+#include <QStandardPaths>
+#include <QTimer>
+
+namespace quirepad {
+
+Q_LOGGING_CATEGORY(lcSpool, "quirepad.spool", QtInfoMsg)
+
+namespace {
+const QString kMarker = QStringLiteral("-D3F2UG-");
+}
+
+QPoint currentPointerPosition()
+{
+    return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) ? QCursor::pos() : QPoint();
+}
+
+MainAppDelegate::MainAppDelegate(QObject* parent)
+    : MainAppDelegateBase(parent)
+    , m_chooser(std::make_unique<HeadlessDestinationChooser>())
+    , m_sessionActive([] { return is_active_session(); })
+{
+}
+
+MainAppDelegate::~MainAppDelegate() = default;
+
+void MainAppDelegate::setDestinationChooser(std::unique_ptr<DestinationChooser> chooser)
+{
+    m_chooser = chooser ? std::move(chooser) : std::make_unique<HeadlessDestinationChooser>();
+}
+
+void MainAppDelegate::schedule(double seconds, std::function<void()> call)
+{
+    QTimer::singleShot(qMax(0, int(seconds * m_timeScale * 1000.0)), Qt::PreciseTimer, this, std::move(call));
+}
+
+void MainAppDelegate::applicationDidFinishLaunching()
+{
+    installCUPSSupport(false);
+    m_workflows.installWorkflows();
+
+    // More than one installed copy of the program confuses the desktop.
+    QStringList installs;
+    for (const QString& dir : DesktopEntry::applicationDirs()) {
+        const QString entry = dir + QStringLiteral("/com.halvern.Quirepad.desktop");
+        if (QFileInfo::exists(entry))
+            installs << entry;
+    }
+    if (installs.size() > 1)
+        MYDisplayAlert(QStringLiteral("You have more then one instance of Quirepad installed.\nPlease make sure you remove "
+                                      "all other instances of Quirepad from your disk. You might also want to reinstall "
+                                      "the latest version afterwards, just to be on the safe side\n\n(%1)")
+                           .arg(installs.join(QStringLiteral(", "))));
+
+    if (!directory_exists(SpoolLocations::sharedDirectory()))
+        MYDisplayAlert(QStringLiteral("The Quirepad shared directory doesn't exist. Install the Quirepad Print Driver first."));
+    const QString start = SpoolLocations::startTrigger();
+    if (!touch_file(start) || !file_exists(start))
+        MYDisplayAlert(QStringLiteral("The Quirepad is not able to write to the shared directory. You may have to "
+                                      "reinstall the Quirepad Print Driver."));
+    if (!m_inAgentMode && UserDefaults::standard().boolValue(QStringLiteral("force_intro_window")))
+        qCInfo(lcSpool) << "the introduction window is asked for; it is shown by the desktop interface";
+    m_workflows.refreshPluginList();
+    if (!m_inAgentMode)
+        MYDisplayNotification(QStringLiteral("Quirepad ready"),
+                              QStringLiteral("The application is running in the background, relaunch by double "
+                                             "clicking the app to show its preferences"));
+    startWatchingSpool();
+    // Jobs left from before (kept after a failure, or printed while the
+    // program was not running) are taken now rather than at the next print.
+    schedule(0.1, [this] { processAllFiles(); });
+}
+
+void MainAppDelegate::startWatchingSpool()
+{
+    m_watcher = std::make_unique<TriggerWatcher>(SpoolLocations::sharedDirectory(), SpoolLocations::endTrigger());
+    connect(m_watcher.get(), &TriggerWatcher::triggered, this, [this](const QString& trigger) { openFiles({trigger}); });
+}
+
+void MainAppDelegate::openFiles(const QStringList& paths)
+{
+    if (paths.isEmpty())
+        return;
+    m_inAgentMode = true;
+    disable_app_nap(10);
+    if (qobject_cast<QGuiApplication*>(QCoreApplication::instance()))
+        applicationContext().insert(QStringLiteral("do_follow_mouse"), currentPointerPosition());
+
+    const QString first = paths.first();
+    if (first == SpoolLocations::endTrigger()) {
+        if (!m_sessionActive()) {
+            qCInfo(lcSpool) << "the user session is not active (using fast user switching?), do not process changes";
+            return;
+        }
+        m_rerunTimer = 1;
+        schedule(0.1, [this] { processAllFiles(); });
+        return;
+    }
+    if (first.endsWith(QLatin1String(".qpdplugin")) || first.endsWith(QLatin1String(".qpdfilter"))) {
+        MYDisplayAlert(QStringLiteral("%1 is a plugin package.\nThis version of Quirepad cannot install packages yet; "
+                                      "copy the workflow into ~/.local/share/Quirepad/PlugIns instead.")
+                           .arg(path_basename(first)));
+        return;
+    }
+    schedule(0, [this, paths] { processPDFFiles(paths); });
+}
+
+void MainAppDelegate::processAllFiles()
+{
+    const QString spool = SpoolLocations::spoolDirectory();
+    const QString localPrefix = spool + user_name() + kMarker;
+    const QString remotePrefix = spool + QStringLiteral("remote:");
+    const bool active = m_sessionActive();
+    QStringList local, remote;
+    if (m_running) {
+        // A batch is under way (this scan came from a wait inside it): its
+        // files are listed again by the rescans that follow.
+        qCInfo(lcSpool) << "a batch is running; this scan is left to the next one";
+    } else {
+        for (const QString& path : ls_files(spool + QStringLiteral("*.pdf")) + ls_files(spool + QStringLiteral("*.ps"))) {
+            if (path.startsWith(localPrefix))
+                local << path;
+            else if (path.startsWith(remotePrefix) && active)
+                remote << path;
+        }
+    }
+    emit spoolScanned(int(remote.size()), int(local.size()));
+    UserDefaults& defaults = UserDefaults::standard();
+    if (!remote.isEmpty()) {
+        MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files printed remotely"));
+        processPDFFiles(remote, defaults.stringValue(QStringLiteral("remote_destination_name")));
+    } else if (!local.isEmpty()) {
+        MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files"));
+        processPDFFiles(local, defaults.stringValue(QStringLiteral("destination_name")));
+    }
+    if (m_rerunTimer > 0 && m_rerunTimer < 10) {
+        qCInfo(lcSpool).noquote() << QStringLiteral("try rerun in %1").arg(m_rerunTimer);
+        schedule(double(m_rerunTimer), [this] { processAllFiles(); });
+        m_rerunTimer *= 2;
+    }
+}
+
+bool MainAppDelegate::is_running()
+{
+    sleep_main_loop(0);
+    return m_running;
+}
+
+bool MainAppDelegate::isSpoolJob(const QString& path) const
+{
+    return path.startsWith(SpoolLocations::spoolDirectory());
+}
+
+void MainAppDelegate::setCurrentFileInfo(const QVariantMap& info)
+{
+    m_currentFileInfo = info;
+    emit currentFileInfoChanged(info);
+}
+
+bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& destination)
+{
+    if (paths.isEmpty())
+        return false;
+    m_workflows.refreshPluginList();
+    m_running = true;
+    emit runningChanged(true);
+
+    ManagedObjectContext* context = managedObjectContext();
+    QString batchDestination = destination;
+    bool nobodyToAsk = false;
+    for (const QString& path : paths) {
+        if (!is_running())
+            return false; // stopped: the rest stay in the spool
+        QVariantMap jobInfo = read_info(path + QStringLiteral(".info"));
+        const QString name = jobInfo.value(QStringLiteral("NAME")).toString();
+        QVariantMap fileInfo{{QStringLiteral("path"), path}};
+        if (jobInfo.contains(QStringLiteral("TITLE"))) {
+            fileInfo.insert(QStringLiteral("title"), jobInfo.value(QStringLiteral("TITLE")));
+        } else {
+            const QString title = path.endsWith(QLatin1String("D3F2UG-ScreenShot.pdf")) ? QStringLiteral("Current Screenshot")
+                                                                                        : path_basename_noext(path);
+            fileInfo.insert(QStringLiteral("title"), title);
+            jobInfo.insert(QStringLiteral("TITLE"), title);
+        }
+        setCurrentFileInfo(fileInfo);
+
+        std::unique_ptr<CopyFileProcessor> processor = context ? copyProcessorForName(*context, name) : nullptr;
+        bool cancelled = false;
+        if (!processor) {
+            if (batchDestination.isEmpty() && !nobodyToAsk) {
+                const DestinationChooser::Answer answer = m_chooser->chooseDestination();
+                if (answer.outcome == DestinationChooser::Outcome::Chosen)
+                    batchDestination = answer.name; // asked once per batch
+                else if (answer.outcome == DestinationChooser::Outcome::Cancelled)
+                    cancelled = true;
+                else
+                    nobodyToAsk = true;
+            }
+            if (!batchDestination.isEmpty() && context)
+                processor = copyProcessorForName(*context, batchDestination);
+        }
+
+        bool remove = false;
+        if (processor) {
+            processor->setContext(jobInfo);
+            remove = processor->processFile(path);
+            if (!remove)
+                qCWarning(lcSpool).noquote() << path << "stays in the queue:" << processor->failureReason();
+        } else if (cancelled) {
+            remove = true; // the user declined: the job is discarded
+        } else if (nobodyToAsk) {
+            qCWarning(lcSpool).noquote() << path
+                                         << "needs a destination and there is no display to ask on; it stays in the queue";
+        } else {
+            qCWarning(lcSpool).noquote() << path << "stays in the queue: no destination named"
+                                         << (name.isEmpty() ? batchDestination : name);
+        }
+        const bool removed = remove && isSpoolJob(path);
+        if (removed) {
+            rm_file(path);
+            rm_file(path + QStringLiteral(".info"));
+        }
+        emit jobFinished(path, removed);
+        setCurrentFileInfo({});
+    }
+    m_running = false;
+    emit runningChanged(false);
+    return true;
+}
+
+void MainAppDelegate::retryAgrain()
+{
+    processAllFiles();
+}
+
+void MainAppDelegate::clearQueue()
+{
+    for (const QString& path : ls_files(SpoolLocations::spoolDirectory() + QStringLiteral("*")))
+        rm_file(path);
+}
+
+void MainAppDelegate::stopProcessing()
+{
+    m_running = false;
+    emit runningChanged(false);
+}
+
+void MainAppDelegate::choosePDFFiles()
+{
+    if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
+        qCWarning(lcSpool) << "choosing files needs a display";
+        return;
+    }
+    const QStringList chosen =
+        QFileDialog::getOpenFileNames(nullptr, QString(), QString(), QStringLiteral("PDF documents (*.pdf)"));
+    if (!chosen.isEmpty())
+        schedule(0, [this, chosen] { processPDFFiles(chosen); });
+}
+
+void MainAppDelegate::printDocuments(const QStringList& paths)
+{
+    const QString destination = UserDefaults::standard().stringValue(QStringLiteral("destination_name"));
+    for (const QString& path : paths) {
+        if (path_extension(path) == QLatin1String("pdf")) {
+            processPDFFiles({path}, destination);
+            continue;
+        }
+        // Anything else is printed to our own queue and comes back as a job.
+        const ProcessRunner::Result printed =
+            ProcessRunner(QStringLiteral("lp"), {QStringLiteral("-d"), QStringLiteral("Print_to_Quirepad"), path})
+                .setTimeout(std::chrono::seconds(60))
+                .run();
+        if (!printed.succeeded())
+            MYDisplayAlert(QStringLiteral("%1 could not be printed to Quirepad.").arg(path_basename(path)));
+    }
+}
+
+void MainAppDelegate::takeScreenShot()
+{
+    const QString image = QStringLiteral("/tmp/%1-D3F2UG-ScreenShot.png").arg(QCoreApplication::applicationPid());
+    const QString pdf = QStringLiteral("/tmp/%1-D3F2UG-ScreenShot.pdf").arg(QCoreApplication::applicationPid());
+    struct Tool {
+        const char* program;
+        QStringList arguments;
+    };
+    const QList<Tool> tools{
+        {"gnome-screenshot", {QStringLiteral("-a"), QStringLiteral("-f"), image}},
+        {"spectacle", {QStringLiteral("-r"), QStringLiteral("-b"), QStringLiteral("-n"), QStringLiteral("-o"), image}},
+        {"import", {image}},
+    };
+    rm_file(image);
+    bool taken = false;
+    for (const Tool& tool : tools) {
+        const QString program = QStandardPaths::findExecutable(QString::fromLatin1(tool.program));
+        if (program.isEmpty())
+            continue;
+        ProcessRunner(program, tool.arguments).setTimeout(std::chrono::minutes(2)).run();
+        taken = file_exists(image);
+        break;
+    }
+    if (!taken && !QStandardPaths::findExecutable(QStringLiteral("grim")).isEmpty()
+        && !QStandardPaths::findExecutable(QStringLiteral("slurp")).isEmpty()) {
+        const QString region = eval_shell(QStringLiteral("slurp"));
+        if (!region.isEmpty())
+            ProcessRunner(QStringLiteral("grim"), {QStringLiteral("-g"), region, image}).run();
+        taken = file_exists(image);
+    }
+    if (!taken) {
+        qCWarning(lcSpool) << "no screenshot was taken (no tool, or cancelled)";
+        return;
+    }
+    const QImage picture(image);
+    QPdfWriter writer(pdf);
+    writer.setPageSize(QPageSize(picture.size(), QPageSize::Point));
+    writer.setPageMargins(QMarginsF());
+    writer.setResolution(72);
+    QPainter painter(&writer);
+    painter.drawImage(QPoint(0, 0), picture);
+    painter.end();
+    rm_file(image);
+    if (file_exists(pdf))
+        schedule(0, [this, pdf] { processScreenShop(pdf); });
+}
+
+void MainAppDelegate::processScreenShop(const QString& path)
+{
+    processPDFFiles({path}, UserDefaults::standard().stringValue(QStringLiteral("screenshot_destination_name")));
+}
+
+void MainAppDelegate::installCUPSSupport(bool force)
+{
+    const DriverInstaller installer;
+    if (!force && installer.isCurrent())
+        return;
+    if (!MYDisplayQuestion(QStringLiteral("The print driver is out of date,\n would you like to install it?"),
+                           QStringLiteral("Yes"), QStringLiteral("No")))
+        return;
+    UserDefaults::standard().setValue(QStringLiteral("force_intro_window"), true);
+    const int status = installer.install();
+    if (status != 0)
+        MYDisplayAlert(QStringLiteral("The print driver could not be installed.\nThe installer ended with status %1.")
+                           .arg(status));
+    else
+        MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("The print driver is installed."));
+}
+
+} // namespace quirepad

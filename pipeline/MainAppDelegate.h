@@ -1,0 +1,88 @@
+#pragma once
+
+#include "pipeline/DestinationChooser.h"
+#include "pipeline/WorkflowLibrary.h"
+#include "store/MainAppDelegateBase.h"
+
+#include <QPoint>
+#include <QStringList>
+#include <QVariantMap>
+
+#include <functional>
+#include <memory>
+
+namespace quirepad {
+
+class TriggerWatcher;
+
+// The application controller: wakes up on the print backend's trigger,
+// scans the spool for this user's jobs, asks for or applies a destination
+// and delivers each job; takes files handed over in other ways into the
+// same queue; checks the driver and the shared directory at launch.
+class MainAppDelegate : public MainAppDelegateBase
+{
+    Q_OBJECT
+
+public:
+    explicit MainAppDelegate(QObject* parent = nullptr);
+    ~MainAppDelegate() override;
+
+    void setDestinationChooser(std::unique_ptr<DestinationChooser> chooser);
+    // Tests shrink the rescan delays (1.0 = seconds as designed).
+    void setTimeScale(double scale) { m_timeScale = scale; }
+    // Tests decide whether the console session counts as active.
+    void setSessionProbe(std::function<bool()> probe) { m_sessionActive = std::move(probe); }
+
+    void applicationDidFinishLaunching();
+    // Documents opened with the application, or the end trigger file.
+    void openFiles(const QStringList& paths);
+    void startWatchingSpool();
+
+    Q_INVOKABLE void processAllFiles();
+    bool processPDFFiles(const QStringList& paths, const QString& destination = QString());
+
+    void retryAgrain();
+    void clearQueue();
+    void choosePDFFiles();
+    void printDocuments(const QStringList& paths);
+    void takeScreenShot();
+    void processScreenShop(const QString& path);
+    void stopProcessing();
+    void installCUPSSupport(bool force);
+    void installDriver() { installCUPSSupport(true); }
+
+    // Runs pending events once (so a Stop can get in), then answers running.
+    bool is_running();
+    bool running() const { return m_running; }
+    bool inAgentMode() const { return m_inAgentMode; }
+    void setInAgentMode(bool agent) { m_inAgentMode = agent; }
+    qint64 rerunTimer() const { return m_rerunTimer; }
+    QVariantMap currentFileInfo() const { return m_currentFileInfo; }
+    WorkflowLibrary& workflowLibrary() { return m_workflows; }
+
+signals:
+    void currentFileInfoChanged(const QVariantMap& info);
+    void runningChanged(bool running);
+    void spoolScanned(int remoteJobs, int localJobs);
+    void jobFinished(const QString& path, bool removedFromSpool);
+
+private:
+    bool isSpoolJob(const QString& path) const;
+    void setCurrentFileInfo(const QVariantMap& info);
+    void schedule(double seconds, std::function<void()> call);
+
+    std::unique_ptr<DestinationChooser> m_chooser;
+    std::unique_ptr<TriggerWatcher> m_watcher;
+    WorkflowLibrary m_workflows;
+    std::function<bool()> m_sessionActive;
+    QVariantMap m_currentFileInfo;
+    qint64 m_rerunTimer = 0;
+    double m_timeScale = 1.0;
+    bool m_running = false;
+    bool m_inAgentMode = false;
+};
+
+// The mouse position recorded when documents arrive, for the panel.
+QPoint currentPointerPosition();
+
+} // namespace quirepad

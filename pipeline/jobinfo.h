@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+#include <QVariantMap>
+
+namespace quirepad {
+
+// A job's ".info" companion: UTF-8 lines KEY=VALUE. A line without "=", or
+// with "=" first, is skipped; key and value are trimmed and kept only when
+// both are non-empty; only the first "=" splits; a later key replaces an
+// earlier one. A missing, unreadable or oversized (over 1 MiB) file gives
+// an empty map.
+QVariantMap read_info(const QString& path);
+
+// Where the print backend and the application meet.
+struct SpoolLocations {
+    // $QUIREPAD_SHARED_DIR, else /var/spool/quirepad (with a trailing slash).
+    static QString sharedDirectory();
+    static QString spoolDirectory();
+    static QString startTrigger();
+    static QString endTrigger();
+};
+
+} // namespace quirepad
