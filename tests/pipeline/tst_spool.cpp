@@ -1,0 +1,368 @@
+#include "TestRegistry.h"
+
+#include "foundation/DialogService.h"
+#include "foundation/ScriptedDialogService.h"
+#include "foundation/UserDefaults.h"
+#include "foundation/fileutil.h"
+#include "foundation/session.h"
+#include "pipeline/CopyFileProcessor.h"
+#include "pipeline/MainAppDelegate.h"
+#include "pipeline/jobinfo.h"
+#include "store/DestinationTemplates.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quirepad;
+
+namespace {
+
+bool writeFile(const QString& path, const QByteArray& data)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
+}
+
+// Answers the destination question from a list and counts the questions.
+class RecordingChooser : public DestinationChooser
+{
+public:
+    QList<Answer> answers;
+    int* asked;
+    explicit RecordingChooser(int* counter)
+        : asked(counter)
+    {
+    }
+    Answer chooseDestination() override
+    {
+        ++*asked;
+        return answers.isEmpty() ? Answer{Outcome::Unavailable, {}} : answers.takeFirst();
+    }
+};
+
+} // namespace
+
+class SpoolIntakeTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_root;
+    QString m_spool;
+    int m_case = 0;
+    ScriptedDialogService* m_dialogs = nullptr;
+    std::unique_ptr<MainAppDelegate> m_delegate;
+    int m_asked = 0;
+    RecordingChooser* m_chooser = nullptr;
+
+    QString job(const QString& name, const QByteArray& info = {})
+    {
+        const QString path = m_spool + name;
+        writeFile(path, "%PDF-1.4 " + name.toUtf8());
+        if (!info.isNull())
+            writeFile(path + ".info", info);
+        return path;
+    }
+    QString folderDestination(const QString& name)
+    {
+        const QString out = m_root.filePath(QStringLiteral("out/%1-%2").arg(name).arg(m_case));
+        DestinationItem* item =
+            DestinationTemplates(*m_delegate->managedObjectContext()).createDestination("F", name);
+        item->setValue("name_pattern", "%t.pdf");
+        item->setValue("config.output_dir", QUrl::fromLocalFile(out + "/").toString(QUrl::FullyEncoded));
+        return out;
+    }
+    QStringList spoolFiles() const
+    {
+        QStringList names = QDir(m_spool).entryList(QDir::Files | QDir::Hidden);
+        names.sort();
+        return names;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        qputenv("HOME", m_root.filePath("home").toUtf8());
+        qputenv("XDG_DATA_HOME", m_root.filePath("data").toUtf8());
+        qputenv("XDG_CONFIG_HOME", m_root.filePath("config").toUtf8());
+        qputenv("XDG_DATA_DIRS", m_root.filePath("system").toUtf8());
+        qputenv("QUIREPAD_SHARED_DIR", m_root.filePath("shared").toUtf8());
+        m_spool = SpoolLocations::spoolDirectory();
+        QVERIFY(QDir().mkpath(m_spool));
+    }
+
+    void init()
+    {
+        ++m_case;
+        QDir(m_spool).removeRecursively();
+        QDir().mkpath(m_spool);
+        qputenv("XDG_DATA_HOME", m_root.filePath(QStringLiteral("data%1").arg(m_case)).toUtf8());
+        UserDefaults::setStandard(std::make_unique<UserDefaults>(m_root.filePath(QStringLiteral("settings%1.conf").arg(m_case))));
+        auto dialogs = std::make_unique<ScriptedDialogService>();
+        m_dialogs = dialogs.get();
+        DialogService::setCurrent(std::move(dialogs));
+        m_delegate = std::make_unique<MainAppDelegate>();
+        m_delegate->registerDefaults();
+        m_asked = 0;
+        auto chooser = std::make_unique<RecordingChooser>(&m_asked);
+        m_chooser = chooser.get();
+        m_delegate->setDestinationChooser(std::move(chooser));
+        m_delegate->setSessionProbe([] { return true; });
+    }
+
+    void cleanup()
+    {
+        m_delegate.reset();
+        UserDefaults::setStandard(nullptr);
+    }
+
+    void infoLines_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<QVariantMap>("expected");
+        QTest::newRow("trimmed") << QByteArray("TITLE = My Doc \n") << QVariantMap{{"TITLE", "My Doc"}};
+        QTest::newRow("first = splits") << QByteArray("URL=a=b") << QVariantMap{{"URL", "a=b"}};
+        QTest::newRow("skipped lines") << QByteArray("=x\nTITLE=   \nnoequals\n\nUSER=ann")
+                                       << QVariantMap{{"USER", "ann"}};
+        QTest::newRow("later wins, case kept") << QByteArray("NAME=a\nname=b\nNAME=c") << QVariantMap{{"NAME", "c"}, {"name", "b"}};
+        QTest::newRow("UTF-8") << QByteArray("TITLE=Zo\xc3\xab") << QVariantMap{{"TITLE", QStringLiteral("Zoë")}};
+        QTest::newRow("CR LF") << QByteArray("HOST=lab\r\nUSER=ann\r\n") << QVariantMap{{"HOST", "lab"}, {"USER", "ann"}};
+        QTest::newRow("oversized") << (QByteArray("TITLE=x\n") + QByteArray(1 << 20, 'a')) << QVariantMap{};
+    }
+
+    void infoLines()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(QVariantMap, expected);
+        const QString path = m_root.filePath("job.info");
+        QVERIFY(writeFile(path, text));
+        QCOMPARE(read_info(path), expected);
+        QVERIFY(read_info(m_root.filePath("missing.info")).isEmpty());
+    }
+
+    void remoteFirstThenOwnJobsNeverOthers()
+    {
+        const QString remoteOut = folderDestination("Remote");
+        const QString localOut = folderDestination("Local");
+        UserDefaults::standard().setValue("remote_destination_name", "Remote");
+        UserDefaults::standard().setValue("destination_name", "Local");
+        job(user_name() + "-D3F2UG-a.pdf", "TITLE=Mine\n");
+        job("someoneelse-D3F2UG-b.pdf", "TITLE=Theirs\n");
+        job("remote:c.ps", "TITLE=From afar\n");
+
+        m_delegate->processAllFiles();
+        QVERIFY(QFile::exists(remoteOut + "/From afar.pdf"));
+        QVERIFY(!QDir(localOut).exists()); // waits for the next scan
+        QCOMPARE(spoolFiles(), (QStringList{"someoneelse-D3F2UG-b.pdf", "someoneelse-D3F2UG-b.pdf.info",
+                                            user_name() + "-D3F2UG-a.pdf", user_name() + "-D3F2UG-a.pdf.info"}));
+        m_delegate->processAllFiles();
+        QVERIFY(QFile::exists(localOut + "/Mine.pdf"));
+        QCOMPARE(spoolFiles(), (QStringList{"someoneelse-D3F2UG-b.pdf", "someoneelse-D3F2UG-b.pdf.info"}));
+        m_delegate->processAllFiles();
+        QCOMPARE(spoolFiles().size(), 2); // another user's job is never touched
+        QCOMPARE(m_asked, 0);
+    }
+
+    void remoteJobsWaitForAnActiveSession()
+    {
+        folderDestination("Local");
+        UserDefaults::standard().setValue("destination_name", "Local");
+        m_delegate->setSessionProbe([] { return false; });
+        job("remote:c.pdf", "TITLE=x\n");
+        job(user_name() + "-D3F2UG-a.pdf");
+        m_delegate->processAllFiles();
+        QCOMPARE(spoolFiles(), (QStringList{"remote:c.pdf", "remote:c.pdf.info"}));
+        // A trigger in an inactive session does nothing at all.
+        QSignalSpy scans(m_delegate.get(), &MainAppDelegate::spoolScanned);
+        m_delegate->openFiles({SpoolLocations::endTrigger()});
+        QTest::qWait(300);
+        QCOMPARE(scans.size(), 0);
+        QCOMPARE(m_delegate->rerunTimer(), 0);
+    }
+
+    void rescansAfterATrigger()
+    {
+        m_delegate->setTimeScale(0.05); // 0.1, 1, 2, 4, 8 s become 5, 50, 100, 200, 400 ms
+        QSignalSpy scans(m_delegate.get(), &MainAppDelegate::spoolScanned);
+        QElapsedTimer clock;
+        clock.start();
+        QList<qint64> at;
+        connect(m_delegate.get(), &MainAppDelegate::spoolScanned, this, [&] { at << clock.elapsed(); });
+        m_delegate->openFiles({SpoolLocations::endTrigger()});
+        QTRY_COMPARE_WITH_TIMEOUT(scans.size(), 5, 5000);
+        QTest::qWait(900); // the series has ended: no sixth scan
+        QCOMPARE(scans.size(), 5);
+        QCOMPARE(m_delegate->rerunTimer(), 16);
+        const QList<qint64> minimumGaps{5, 50, 100, 200, 400};
+        qint64 previous = 0;
+        for (int i = 0; i < 5; ++i) {
+            QVERIFY2(at[i] - previous >= minimumGaps[i] - 2, qPrintable(QStringLiteral("scan %1 at %2").arg(i).arg(at[i])));
+            previous = at[i];
+        }
+
+        // A second trigger during a series puts the timer back to 1 and
+        // prolongs the series: the scan already scheduled still runs.
+        scans.clear();
+        m_delegate->openFiles({SpoolLocations::endTrigger()});
+        QTRY_COMPARE_WITH_TIMEOUT(scans.size(), 2, 5000);
+        m_delegate->openFiles({SpoolLocations::endTrigger()});
+        QCOMPARE(m_delegate->rerunTimer(), 1);
+        QTest::qWait(2500);
+        QVERIFY2(scans.size() > 5, qPrintable(QString::number(scans.size())));
+        QCOMPARE(m_delegate->rerunTimer(), 16);
+    }
+
+    void oneQuestionPerBatch()
+    {
+        const QString out = folderDestination("Chosen");
+        m_chooser->answers << DestinationChooser::Answer{DestinationChooser::Outcome::Chosen, "Chosen"};
+        for (const char* name : {"a", "b", "c"})
+            job(user_name() + "-D3F2UG-" + name + ".pdf", QByteArray("TITLE=") + name);
+        m_delegate->processAllFiles();
+        QCOMPARE(m_asked, 1);
+        QCOMPARE(QDir(out).entryList(QDir::Files).size(), 3);
+        QVERIFY(spoolFiles().isEmpty());
+    }
+
+    void aNamedDestinationNeedsNoQuestion()
+    {
+        const QString out = folderDestination("Named");
+        job(user_name() + "-D3F2UG-n.pdf", "NAME=Named\nTITLE=Direct\n");
+        m_delegate->processAllFiles();
+        QCOMPARE(m_asked, 0);
+        QVERIFY(QFile::exists(out + "/Direct.pdf"));
+    }
+
+    void titlesWithoutInfo()
+    {
+        const QString out = folderDestination("Titles");
+        UserDefaults::standard().setValue("destination_name", "Titles");
+        QVariantMap seen;
+        connect(m_delegate.get(), &MainAppDelegate::currentFileInfoChanged, this, [&](const QVariantMap& info) {
+            if (!info.isEmpty())
+                seen = info;
+        });
+        const QString path = job(user_name() + "-D3F2UG-Plain name.pdf");
+        m_delegate->processAllFiles();
+        QCOMPARE(seen.value("path").toString(), path);
+        QCOMPARE(seen.value("title").toString(), QStringLiteral(u"root-D3F2UG-Plain name").replace("root", user_name()));
+        QVERIFY(m_delegate->currentFileInfo().isEmpty());
+        QVERIFY(QFile::exists(out + "/" + seen.value("title").toString() + ".pdf"));
+    }
+
+    void stopLeavesTheRest()
+    {
+        const QString out = folderDestination("Stopper");
+        UserDefaults::standard().setValue("destination_name", "Stopper");
+        for (const char* name : {"1", "2", "3"})
+            job(user_name() + "-D3F2UG-" + name + ".pdf", QByteArray("TITLE=") + name);
+        connect(m_delegate.get(), &MainAppDelegate::jobFinished, this, [this] { m_delegate->stopProcessing(); });
+        m_delegate->processAllFiles();
+        QCOMPARE(QDir(out).entryList(QDir::Files), QStringList{"1.pdf"});
+        QCOMPARE(spoolFiles().size(), 4); // two jobs with their info files
+        QVERIFY(!m_delegate->running());
+    }
+
+    void failedDeliveriesStay()
+    {
+        const QString out = folderDestination("Blocked");
+        QVERIFY(QDir().mkpath(path_dirname(out)));
+        QVERIFY(writeFile(out, "a file where the folder should be"));
+        UserDefaults::standard().setValue("destination_name", "Blocked");
+        job(user_name() + "-D3F2UG-keep.pdf", "TITLE=Keep me\n");
+        m_delegate->processAllFiles();
+        QCOMPARE(spoolFiles(), (QStringList{user_name() + "-D3F2UG-keep.pdf", user_name() + "-D3F2UG-keep.pdf.info"}));
+        QCOMPARE(m_dialogs->interactions().last().kind, ScriptedDialogService::Kind::Error);
+    }
+
+    void unansweredQuestionsKeepCancelledDiscard_data()
+    {
+        QTest::addColumn<int>("outcome");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("no display") << int(DestinationChooser::Outcome::Unavailable) << true;
+        QTest::newRow("user cancelled") << int(DestinationChooser::Outcome::Cancelled) << false;
+        QTest::newRow("unknown name chosen") << int(DestinationChooser::Outcome::Chosen) << true;
+    }
+
+    void unansweredQuestionsKeepCancelledDiscard()
+    {
+        QFETCH(int, outcome);
+        QFETCH(bool, kept);
+        m_chooser->answers << DestinationChooser::Answer{DestinationChooser::Outcome(outcome), "No such destination"};
+        job(user_name() + "-D3F2UG-q.pdf", "TITLE=Q\n");
+        m_delegate->processAllFiles();
+        QCOMPARE(m_asked, 1);
+        QCOMPARE(spoolFiles().isEmpty(), !kept);
+    }
+
+    void ownFilesAreDeliveredAndLeftInPlace()
+    {
+        const QString out = folderDestination("Own");
+        DestinationItem* own = m_delegate->managedObjectContext()->firstEntity("Destination", Predicate::equals("name", "Own"));
+        own->setBool(true, "do_compress");
+        const QString projectDir = qEnvironmentVariable("QUIREPAD_SOURCE_DIR", QDir::currentPath());
+        if (CopyFileProcessor::isInTemporaryPlace(projectDir))
+            QSKIP("the source tree lies in a temporary place");
+        const QString mine = projectDir + "/README.md";
+        QFile readme(mine);
+        QVERIFY(readme.open(QIODevice::ReadOnly));
+        const QByteArray before = readme.readAll();
+        readme.close();
+        QVERIFY(m_delegate->processPDFFiles({mine}, "Own"));
+        QVERIFY(QFile::exists(mine));
+        QVERIFY(readme.open(QIODevice::ReadOnly));
+        QCOMPARE(readme.readAll(), before);
+        QVERIFY(QFile::exists(out + "/README.pdf")); // named by the pattern
+    }
+
+    void triggerFileWakesTheQueue()
+    {
+        m_delegate->setTimeScale(0.05);
+        m_delegate->startWatchingSpool();
+        QSignalSpy scans(m_delegate.get(), &MainAppDelegate::spoolScanned);
+        QVERIFY(touch_file(SpoolLocations::endTrigger()));
+        QTRY_VERIFY_WITH_TIMEOUT(scans.size() >= 1, 5000);
+        QVERIFY(m_delegate->inAgentMode());
+    }
+
+    void launchChecks()
+    {
+        // The shared folder exists (the spool is in it): the start trigger is
+        // made writable for everyone, and outside agent mode "ready" is shown.
+        m_delegate->setTimeScale(0.05);
+        m_delegate->applicationDidFinishLaunching();
+        QFileInfo start(SpoolLocations::startTrigger());
+        QVERIFY(start.exists());
+        QCOMPARE(int(start.permissions() & 0x0fff) , int(QFile::permissions(start.filePath()) & 0x0fff));
+        QVERIFY(QFile::permissions(start.filePath()).testFlag(QFile::WriteOther));
+        bool ready = false, driverAsked = false;
+        for (const auto& interaction : m_dialogs->interactions()) {
+            ready |= interaction.message == QLatin1String("Quirepad ready");
+            driverAsked |= interaction.message == QLatin1String("The print driver is out of date,");
+        }
+        QVERIFY(ready);
+        QCOMPARE(driverAsked, !QFile::exists("/usr/lib/cups/backend/quirepad"));
+
+        // Without the shared folder both alerts appear.
+        qputenv("QUIREPAD_SHARED_DIR", m_root.filePath("no-such-shared").toUtf8());
+        m_dialogs->clearInteractions();
+        MainAppDelegate other;
+        other.setInAgentMode(true);
+        other.applicationDidFinishLaunching();
+        qputenv("QUIREPAD_SHARED_DIR", m_root.filePath("shared").toUtf8());
+        QStringList alerts;
+        for (const auto& interaction : m_dialogs->interactions())
+            if (interaction.kind == ScriptedDialogService::Kind::Alert)
+                alerts << interaction.message;
+        QVERIFY(alerts.contains("The Quirepad shared directory doesn't exist. Install the Quirepad Print Driver first."));
+        QVERIFY(alerts.contains("The Quirepad is not able to write to the shared directory. You may have to reinstall the Quirepad Print Driver."));
+        for (const auto& interaction : m_dialogs->interactions())
+            QVERIFY(interaction.message != QLatin1String("Quirepad ready")); // agent mode
+    }
+};
+
+QUIREPAD_REGISTER_TEST(SpoolIntakeTest);
+#include "tst_spool.moc"
