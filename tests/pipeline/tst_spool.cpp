@@ -156,8 +156,10 @@ private slots:
         m_delegate->processAllFiles();
         QVERIFY(QFile::exists(remoteOut + "/From afar.pdf"));
         QVERIFY(!QDir(localOut).exists()); // waits for the next scan
-        QCOMPARE(spoolFiles(), (QStringList{"someoneelse-D3F2UG-b.pdf", "someoneelse-D3F2UG-b.pdf.info",
-                                            user_name() + "-D3F2UG-a.pdf", user_name() + "-D3F2UG-a.pdf.info"}));
+        QStringList waiting{"someoneelse-D3F2UG-b.pdf", "someoneelse-D3F2UG-b.pdf.info", user_name() + "-D3F2UG-a.pdf",
+                            user_name() + "-D3F2UG-a.pdf.info"};
+        waiting.sort();
+        QCOMPARE(spoolFiles(), waiting);
         m_delegate->processAllFiles();
         QVERIFY(QFile::exists(localOut + "/Mine.pdf"));
         QCOMPARE(spoolFiles(), (QStringList{"someoneelse-D3F2UG-b.pdf", "someoneelse-D3F2UG-b.pdf.info"}));
