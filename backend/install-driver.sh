@@ -11,10 +11,14 @@
 #   --shared-dir DIR     shared folder (default /var/spool/quirepad). The
 #                        backend reads it from $QUIREPAD_SHARED_DIR; for any
 #                        other folder, CUPS must set that variable (see
-#                        --cupsd-conf), and the application must see it too.
-#   --cupsd-conf FILE    also write "SetEnv QUIREPAD_SHARED_DIR DIR" into FILE
-#                        (usually /etc/cups/cupsd.conf; removes the line when
-#                        DIR is the default). CUPS must be restarted after.
+#                        --cups-files-conf), and the application must see it
+#                        too.
+#   --cups-files-conf FILE
+#                        also write "SetEnv QUIREPAD_SHARED_DIR DIR" into FILE,
+#                        usually /etc/cups/cups-files.conf (CUPS 2.4 honours
+#                        SetEnv there only; in cupsd.conf it is ignored
+#                        without a word). Removes the line when DIR is the
+#                        default. CUPS must be restarted after.
 #   --no-queue           install the files only; leave the CUPS queues alone.
 #   --destdir DIR        install under DIR instead of / (packaging, tests);
 #                        implies --no-queue.
@@ -32,7 +36,7 @@ die() {
 usage() { sed -n '/^# Usage:/,/^set -euo/{/^set -euo/d;s/^# \{0,1\}//;p}' "$0"; }
 
 shared_dir=$DEFAULT_SHARED_DIR
-cupsd_conf=
+cups_files_conf=
 make_queue=1
 destdir=
 while [ $# -gt 0 ]; do
@@ -42,10 +46,13 @@ while [ $# -gt 0 ]; do
         shared_dir=$2
         shift 2
         ;;
-    --cupsd-conf)
-        [ $# -ge 2 ] || die "--cupsd-conf needs a file"
-        cupsd_conf=$2
+    --cups-files-conf)
+        [ $# -ge 2 ] || die "--cups-files-conf needs a file"
+        cups_files_conf=$2
         shift 2
+        ;;
+    --cupsd-conf)
+        die "CUPS ignores SetEnv in cupsd.conf; use --cups-files-conf /etc/cups/cups-files.conf"
         ;;
     --no-queue)
         make_queue=0
@@ -117,24 +124,26 @@ chown root:root "$trigger"
 chmod 0777 "$trigger"
 say "end trigger file ready: $trigger (0777)"
 
-if [ -n "$cupsd_conf" ]; then
-    [ -f "$cupsd_conf" ] || die "no such CUPS configuration file: $cupsd_conf"
-    tmp=$(mktemp "$cupsd_conf.XXXXXX")
-    grep -v '^[[:space:]]*SetEnv[[:space:]]\+QUIREPAD_SHARED_DIR[[:space:]]' "$cupsd_conf" >"$tmp" || true
+if [ -n "$cups_files_conf" ]; then
+    conf=$cups_files_conf
+    [ -f "$conf" ] || die "no such CUPS configuration file: $conf"
+    tmp=$(mktemp "$conf.XXXXXX")
+    grep -v '^[[:space:]]*SetEnv[[:space:]]\+QUIREPAD_SHARED_DIR[[:space:]]' "$conf" >"$tmp" || true
     if [ "$shared_dir" != "$DEFAULT_SHARED_DIR" ]; then
         printf 'SetEnv QUIREPAD_SHARED_DIR %s\n' "$shared_dir" >>"$tmp"
     fi
-    if cmp -s "$tmp" "$cupsd_conf"; then
+    if cmp -s "$tmp" "$conf"; then
         rm -f -- "$tmp"
-        say "$cupsd_conf already up to date"
+        say "$conf already up to date"
     else
-        chmod --reference="$cupsd_conf" "$tmp"
-        chown --reference="$cupsd_conf" "$tmp"
-        mv -f -- "$tmp" "$cupsd_conf"
-        say "$cupsd_conf updated; restart CUPS for it to take effect (systemctl restart cups)"
+        chmod --reference="$conf" "$tmp"
+        chown --reference="$conf" "$tmp"
+        mv -f -- "$tmp" "$conf"
+        say "$conf updated; restart CUPS for it to take effect (systemctl restart cups)"
     fi
 elif [ "$shared_dir" != "$DEFAULT_SHARED_DIR" ]; then
-    say "note: CUPS must pass QUIREPAD_SHARED_DIR=$shared_dir to the backend (SetEnv in cupsd.conf, see --cupsd-conf)"
+    say "note: CUPS must pass QUIREPAD_SHARED_DIR=$shared_dir to the backend" \
+        "(SetEnv in cups-files.conf, see --cups-files-conf)"
 fi
 
 if [ "$make_queue" -eq 0 ]; then

@@ -107,15 +107,15 @@ std::string safe_title(std::string_view title, std::size_t maxBytes)
 std::string one_line(std::string_view text)
 {
     std::string out(text);
-    std::replace_if(out.begin(), out.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    std::replace_if(
+        out.begin(), out.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
     return out;
 }
 
 bool is_local_host(std::string_view host, std::string_view ownHostName)
 {
     const std::string h = lower(host);
-    if (h.empty() || h == "localhost" || h == "localhost.localdomain" || h == "127.0.0.1" || h == "::1"
-        || h == "[::1]")
+    if (h.empty() || h == "localhost" || h == "localhost.localdomain" || h == "127.0.0.1" || h == "::1" || h == "[::1]")
         return true;
     const std::string own = lower(ownHostName);
     if (own.empty())
@@ -132,8 +132,8 @@ std::string job_base_name(std::string_view user, std::string_view title, std::st
     if (remoteHost.empty()) {
         prefix = utf8_truncate(filename_safe(user), 64);
     } else {
-        prefix = "remote:" + utf8_truncate(filename_safe(user), 64) + "@"
-            + utf8_truncate(filename_safe(remoteHost), 64);
+        prefix
+            = "remote:" + utf8_truncate(filename_safe(user), 64) + "@" + utf8_truncate(filename_safe(remoteHost), 64);
     }
     prefix += kJobMarker;
     // Room for the longest numbered candidate's suffix and ".info".

@@ -8,7 +8,8 @@
 //
 //   quirepad job-id user title copies options [file]
 //
-// The shared folder is $QUIREPAD_SHARED_DIR (set with SetEnv in cupsd.conf),
+// The shared folder is $QUIREPAD_SHARED_DIR (CUPS sets it from a SetEnv line
+// in cups-files.conf; CUPS 2.4 ignores SetEnv in cupsd.conf),
 // else /var/spool/quirepad. See `man backend` for the status codes.
 
 #include "jobname.h"
@@ -49,7 +50,8 @@ void on_sigterm(int)
 
 void install_signal_handlers()
 {
-    struct sigaction action {};
+    struct sigaction action {
+    };
     action.sa_handler = on_sigterm;
     sigemptyset(&action.sa_mask);
     action.sa_flags = 0; // no SA_RESTART: a blocking read returns EINTR
@@ -148,14 +150,15 @@ FileAccess file_access(const Job& job)
     } else {
         owner = lookup_user(job.user);
         if (!owner) {
-            std::fprintf(stderr, "DEBUG: No account named \"%s\", giving the job to the console user\n",
-                job.user.c_str());
+            std::fprintf(
+                stderr, "DEBUG: No account named \"%s\", giving the job to the console user\n", job.user.c_str());
             owner = console_user(nullptr);
         }
     }
     if (!owner) {
-        std::fprintf(stderr, "WARNING: Nobody is logged in at the console to receive the job from %s; "
-                             "it is saved readable by everyone\n",
+        std::fprintf(stderr,
+            "WARNING: Nobody is logged in at the console to receive the job from %s; "
+            "it is saved readable by everyone\n",
             job.remote ? job.host.c_str() : job.user.c_str());
         access.mode = 0644;
         return access;
@@ -191,8 +194,8 @@ void touch_end_trigger(const std::string& sharedDir)
     if (!ok)
         std::fprintf(stderr, "WARNING: Unable to write %s: %s\n", path.c_str(), std::strerror(errno));
     if (::fchmod(fd, 0777) != 0)
-        std::fprintf(stderr, "WARNING: Unable to make %s writable by everyone: %s\n", path.c_str(),
-            std::strerror(errno));
+        std::fprintf(
+            stderr, "WARNING: Unable to make %s writable by everyone: %s\n", path.c_str(), std::strerror(errno));
     ::close(fd);
 }
 
@@ -219,13 +222,12 @@ int run_job(int argc, char** argv)
     const std::string shared = shared_directory();
     const std::string spoolDir = shared + "/" + kSpoolFolder;
     if (!is_directory(shared)) {
-        std::fprintf(stderr, "ERROR: The Quirepad folder %s is missing; run install-driver.sh again\n",
-            shared.c_str());
+        std::fprintf(stderr, "ERROR: The Quirepad folder %s is missing; run install-driver.sh again\n", shared.c_str());
         return CUPS_BACKEND_STOP;
     }
     if (!is_directory(spoolDir)) {
-        std::fprintf(stderr, "ERROR: The Quirepad spool folder %s is missing; run install-driver.sh again\n",
-            spoolDir.c_str());
+        std::fprintf(
+            stderr, "ERROR: The Quirepad spool folder %s is missing; run install-driver.sh again\n", spoolDir.c_str());
         return CUPS_BACKEND_STOP;
     }
 
@@ -257,8 +259,8 @@ int run_job(int argc, char** argv)
             throw;
         }
     } catch (const BackendError& error) {
-        std::fprintf(stderr, "%s: %s\n", error.status() == CUPS_BACKEND_FAILED && g_canceled ? "INFO" : "ERROR",
-            error.what());
+        std::fprintf(
+            stderr, "%s: %s\n", error.status() == CUPS_BACKEND_FAILED && g_canceled ? "INFO" : "ERROR", error.what());
         return error.status();
     }
     if (document.rereadable)

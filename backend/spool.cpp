@@ -5,8 +5,8 @@
 #include <cups/backend.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 
@@ -35,8 +35,8 @@ bool is_configuration_error(int error)
 
 [[noreturn]] void write_failure(const std::string& what, int error)
 {
-    throw BackendError(is_configuration_error(error) ? CUPS_BACKEND_STOP : CUPS_BACKEND_RETRY,
-        what + ": " + describe(error));
+    throw BackendError(
+        is_configuration_error(error) ? CUPS_BACKEND_STOP : CUPS_BACKEND_RETRY, what + ": " + describe(error));
 }
 
 void check_canceled()
@@ -262,8 +262,8 @@ std::string Spool::place(TempFile& doc, TempFile& info, const std::string& base)
     throw BackendError(CUPS_BACKEND_RETRY, "No free file name left in " + m_path + " for " + base);
 }
 
-std::string Spool::addJob(const Document& document, const std::string& info, const std::string& base,
-    const FileAccess& access)
+std::string Spool::addJob(
+    const Document& document, const std::string& info, const std::string& base, const FileAccess& access)
 {
     TempFile infoFile(m_dirfd, m_path);
     writeText(info, infoFile);

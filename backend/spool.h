@@ -59,8 +59,8 @@ public:
     // made from base (see candidate_name). Answers the file name used.
     // Throws BackendError: FAILED for unreadable or empty input, RETRY for
     // a write failure (full disk ...), STOP when the spool cannot be used.
-    std::string addJob(const Document& document, const std::string& info, const std::string& base,
-        const FileAccess& access);
+    std::string addJob(
+        const Document& document, const std::string& info, const std::string& base, const FileAccess& access);
 
     // Removes every job this object placed (after a later failure, so that
     // CUPS retrying the job does not leave duplicates behind).
