@@ -148,10 +148,10 @@ private:
             QJsonArray array;
             for (DestinationItem* item : items) {
                 QJsonObject object;
-                for (const AttributeSpec& spec : DestinationSchema::attributes()) {
-                    const QVariant value = item->value(spec.name);
+                for (const AttributeDefinition& attribute : DestinationSchema::attributes()) {
+                    const QVariant value = item->value(attribute.name);
                     if (value.isValid())
-                        object.insert(spec.name, jsonValue(spec.kind, value));
+                        object.insert(attribute.name, jsonValue(attribute.kind, value));
                 }
                 array.append(object);
             }
@@ -161,13 +161,13 @@ private:
         for (DestinationItem* item : items) {
             m_call.out << item->name() << "  [" << item->recid() << "]\n";
             QStringList fields;
-            for (const AttributeSpec& spec : DestinationSchema::attributes()) {
-                if (spec.name == QLatin1String("name") || spec.name == QLatin1String("recid")
-                    || spec.name == QLatin1String("config"))
+            for (const AttributeDefinition& attribute : DestinationSchema::attributes()) {
+                if (attribute.name == QLatin1String("name") || attribute.name == QLatin1String("recid")
+                    || attribute.name == QLatin1String("config"))
                     continue;
-                const QVariant value = item->value(spec.name);
+                const QVariant value = item->value(attribute.name);
                 if (value.isValid())
-                    fields << spec.name + QLatin1Char('=') + describeValue(spec.kind, value);
+                    fields << attribute.name + QLatin1Char('=') + describeValue(attribute.kind, value);
             }
             m_call.out << "  " << fields.join(QStringLiteral("  ")) << '\n';
             const QVariantMap config = item->config();

@@ -46,11 +46,11 @@ QString objectDescription(const QVariant& value)
 
 namespace {
 
-QString formatNumber(const QByteArray& spec, char conversion, const QVariant& arg)
+QString formatNumber(const QByteArray& flags, char conversion, const QVariant& arg)
 {
-    // spec holds flags, width and precision only; the length is chosen here.
+    // flags holds flags, width and precision only; the length is chosen here.
     char buffer[512];
-    QByteArray fmt = "%" + spec;
+    QByteArray fmt = "%" + flags;
     int written = 0;
     switch (conversion) {
     case 'd':
@@ -100,11 +100,11 @@ QString cocoaFormat(const QString& format, const QVariantList& args)
             continue;
         }
         qsizetype j = i + 1;
-        QByteArray spec;
+        QByteArray flags;
         while (j < format.size() && QByteArrayView("-+ #0").contains(char(format.at(j).unicode())))
-            spec += char(format.at(j++).unicode());
+            flags += char(format.at(j++).unicode());
         while (j < format.size() && (format.at(j).isDigit() || format.at(j) == u'.'))
-            spec += char(format.at(j++).unicode());
+            flags += char(format.at(j++).unicode());
         while (j < format.size() && QByteArrayView("hlqzjtL").contains(char(format.at(j).unicode())))
             ++j; // the length is taken from the argument, not the format
         if (j >= format.size()) {
@@ -129,7 +129,7 @@ QString cocoaFormat(const QString& format, const QVariantList& args)
         }
         case u'd': case u'i': case u'u': case u'x': case u'X': case u'o':
         case u'f': case u'F': case u'e': case u'E': case u'g': case u'G':
-            out += formatNumber(spec, char(conversion), nextArg());
+            out += formatNumber(flags, char(conversion), nextArg());
             break;
         default:
             out += format.mid(i, j - i + 1); // unknown conversion: keep it literally

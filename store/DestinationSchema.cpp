@@ -5,9 +5,9 @@
 
 namespace quirepad {
 
-const std::vector<AttributeSpec>& DestinationSchema::attributes()
+const std::vector<AttributeDefinition>& DestinationSchema::attributes()
 {
-    static const std::vector<AttributeSpec> specs{
+    static const std::vector<AttributeDefinition> definitions{
         {QStringLiteral("recid"), AttributeKind::String},
         {QStringLiteral("name"), AttributeKind::String},
         {QStringLiteral("type"), AttributeKind::String},
@@ -25,14 +25,14 @@ const std::vector<AttributeSpec>& DestinationSchema::attributes()
         {QStringLiteral("category"), AttributeKind::Opaque},
         {QStringLiteral("handler_list"), AttributeKind::Opaque},
     };
-    return specs;
+    return definitions;
 }
 
 std::optional<AttributeKind> DestinationSchema::kindOf(const QString& attribute)
 {
-    for (const AttributeSpec& spec : attributes())
-        if (spec.name == attribute)
-            return spec.kind;
+    for (const AttributeDefinition& definition : attributes())
+        if (definition.name == attribute)
+            return definition.kind;
     return std::nullopt;
 }
 

@@ -19,7 +19,7 @@ enum class AttributeKind {
     Opaque,     // bytes carried unchanged, never interpreted
 };
 
-struct AttributeSpec {
+struct AttributeDefinition {
     QString name;
     AttributeKind kind;
 };
@@ -31,7 +31,7 @@ public:
     // Bumped with every change of the stored layout; see SqliteStore.
     static constexpr int version = 1;
 
-    static const std::vector<AttributeSpec>& attributes();
+    static const std::vector<AttributeDefinition>& attributes();
     static std::optional<AttributeKind> kindOf(const QString& attribute);
     // The attributes that travel through export and import, in copy order.
     static const QStringList& transferredAttributes();

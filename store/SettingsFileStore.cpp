@@ -143,14 +143,14 @@ QByteArray SettingsFileStore::serialize(const QList<StoredRecord>& records)
     xml.writeAttribute(QStringLiteral("version"), QString::number(formatVersion));
     for (const StoredRecord& record : records) {
         xml.writeStartElement(QStringLiteral("destination"));
-        for (const AttributeSpec& spec : DestinationSchema::attributes()) {
-            const QVariant value = record.values.value(spec.name);
+        for (const AttributeDefinition& attribute : DestinationSchema::attributes()) {
+            const QVariant value = record.values.value(attribute.name);
             if (!value.isValid())
                 continue;
             xml.writeStartElement(QStringLiteral("attribute"));
-            xml.writeAttribute(QStringLiteral("name"), spec.name);
-            xml.writeAttribute(QStringLiteral("kind"), kindName(spec.kind));
-            xml.writeCharacters(encode(spec.kind, value));
+            xml.writeAttribute(QStringLiteral("name"), attribute.name);
+            xml.writeAttribute(QStringLiteral("kind"), kindName(attribute.kind));
+            xml.writeCharacters(encode(attribute.kind, value));
             xml.writeEndElement();
         }
         xml.writeEndElement();

@@ -61,9 +61,9 @@ const QStringList& migrationSteps()
 {
     static const QStringList steps = [] {
         QStringList columns;
-        for (const AttributeSpec& spec : DestinationSchema::attributes()) {
+        for (const AttributeDefinition& attribute : DestinationSchema::attributes()) {
             QString type;
-            switch (spec.kind) {
+            switch (attribute.kind) {
             case AttributeKind::Integer:
             case AttributeKind::Boolean:
                 type = QStringLiteral("INTEGER");
@@ -75,7 +75,7 @@ const QStringList& migrationSteps()
             default:
                 type = QStringLiteral("TEXT");
             }
-            columns << column(spec.name) + QLatin1Char(' ') + type;
+            columns << column(attribute.name) + QLatin1Char(' ') + type;
         }
         return QStringList{
             QStringLiteral("CREATE TABLE destination (id INTEGER PRIMARY KEY AUTOINCREMENT, %1)")
@@ -195,10 +195,10 @@ std::optional<QList<StoredRecord>> SqliteStore::loadAll(QString* error)
     while (query.next()) {
         StoredRecord record;
         record.rowId = query.value(QStringLiteral("id")).toLongLong();
-        for (const AttributeSpec& spec : DestinationSchema::attributes()) {
-            const QVariant value = fromColumnValue(spec.kind, query.value(spec.name));
+        for (const AttributeDefinition& attribute : DestinationSchema::attributes()) {
+            const QVariant value = fromColumnValue(attribute.kind, query.value(attribute.name));
             if (value.isValid())
-                record.values.insert(spec.name, value);
+                record.values.insert(attribute.name, value);
         }
         records << record;
     }
@@ -219,14 +219,14 @@ bool SqliteStore::save(const SaveRequest& request, QList<qint64>* insertedRowIds
     };
 
     QStringList names, placeholders, assignments;
-    for (const AttributeSpec& spec : DestinationSchema::attributes()) {
-        names << column(spec.name);
+    for (const AttributeDefinition& attribute : DestinationSchema::attributes()) {
+        names << column(attribute.name);
         placeholders << QStringLiteral("?");
-        assignments << column(spec.name) + QStringLiteral(" = ?");
+        assignments << column(attribute.name) + QStringLiteral(" = ?");
     }
     auto bindAll = [](QSqlQuery& query, const QVariantMap& values) {
-        for (const AttributeSpec& spec : DestinationSchema::attributes())
-            query.addBindValue(toColumnValue(spec.kind, values.value(spec.name)));
+        for (const AttributeDefinition& attribute : DestinationSchema::attributes())
+            query.addBindValue(toColumnValue(attribute.kind, values.value(attribute.name)));
     };
 
     QList<qint64> ids;
