@@ -25,7 +25,13 @@ failures=0
 log() { echo "e2e: $*"; }
 fail() { echo "e2e: FAIL: $*"; failures=$((failures + 1)); }
 cleanup() {
-    [ -n "$APP_PID" ] && kill -TERM "$APP_PID" 2>/dev/null && wait "$APP_PID" 2>/dev/null
+    # runuser does not pass signals on: stop the application itself.
+    if [ -n "$APP_PID" ]; then
+        pkill -TERM -f -- "$QP --headless" 2>/dev/null
+        for _ in $(seq 50); do pgrep -f -- "$QP --headless" >/dev/null || break; sleep 0.1; done
+        pkill -KILL -f -- "$QP --headless" 2>/dev/null
+        wait "$APP_PID" 2>/dev/null
+    fi
     [ -n "$CUPSD_PID" ] && kill -TERM "$CUPSD_PID" 2>/dev/null && wait "$CUPSD_PID" 2>/dev/null
     ip netns del "$NETNS" 2>/dev/null
     ip link del qpe2e0 2>/dev/null
@@ -41,6 +47,7 @@ trap cleanup EXIT
 # The program, installed into a prefix every user can read.
 cmake --install "$build" --prefix "$D/prefix" >/dev/null || { echo "e2e: install failed"; exit 1; }
 QP="$D/prefix/bin/quirepad"
+APP_PID=
 export ASAN_OPTIONS=detect_leaks=0   # leaks are the unit tests' business
 
 # Users: the one who prints and runs Quirepad, and another one.
