@@ -4,16 +4,19 @@
 #include "foundation/InternalError.h"
 #include "foundation/dialogs.h"
 #include "foundation/fileutil.h"
+#include "foundation/identifiers.h"
 #include "foundation/pathvars.h"
 #include "pipeline/filters.h"
 
 #include <QDir>
 #include <QFile>
 #include <QLoggingCategory>
-#include <QSaveFile>
 #include <QUrl>
 
+#include <cerrno>
+#include <cstring>
 #include <pwd.h>
+#include <stdio.h>
 #include <unistd.h>
 
 namespace quirepad {
@@ -154,24 +157,32 @@ bool CopyFileProcessor::deliverCopy(const QString& source, const QString& target
         fail(QStringLiteral("%1 cannot be read: %2").arg(source, in.errorString()));
         return false;
     }
-    // QSaveFile writes a temporary file beside the target and renames it
-    // into place on commit, replacing what was there.
-    QSaveFile out(target);
-    if (!out.open(QIODevice::WriteOnly)) {
+    // Written under a hidden name in the target's folder, renamed into place
+    // when complete: nobody ever sees half a file under the real name. The
+    // batch makes the folder durable once, before the job leaves the spool.
+    const QString partial = path_dirname(target) + QStringLiteral("/.") + path_basename(target)
+                            + QStringLiteral(".quirepad-") + generateUUID().left(8);
+    QFile out(partial);
+    if (!out.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
         fail(QStringLiteral("%1 cannot be written: %2").arg(target, out.errorString()));
         return false;
     }
-    QByteArray buffer;
-    while (!in.atEnd()) {
-        buffer = in.read(1 << 20);
-        if (buffer.isEmpty() && in.error() != QFile::NoError)
-            break;
-        if (out.write(buffer) != buffer.size())
-            break;
+    bool ok = true;
+    while (ok && !in.atEnd()) {
+        const QByteArray buffer = in.read(1 << 20);
+        ok = !(buffer.isEmpty() && in.error() != QFile::NoError) && out.write(buffer) == buffer.size();
     }
-    if (in.error() != QFile::NoError || !out.commit()) {
-        const QString reason = out.error() != QFileDevice::NoError ? out.errorString() : in.errorString();
-        out.cancelWriting();
+    ok = ok && in.error() == QFile::NoError && out.flush();
+    const QString reason = out.error() != QFileDevice::NoError ? out.errorString() : in.errorString();
+    out.close();
+    if (ok && ::rename(QFile::encodeName(partial).constData(), QFile::encodeName(target).constData()) != 0) {
+        ok = false;
+        fail(QStringLiteral("%1 could not be written: %2").arg(target, QString::fromLocal8Bit(std::strerror(errno))));
+        QFile::remove(partial);
+        return false;
+    }
+    if (!ok) {
+        QFile::remove(partial);
         fail(QStringLiteral("%1 could not be written: %2").arg(target, reason));
         return false;
     }

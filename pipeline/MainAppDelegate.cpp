@@ -25,6 +25,8 @@
 #include <QStandardPaths>
 #include <QTimer>
 
+#include <unistd.h>
+
 namespace quirepad {
 
 Q_LOGGING_CATEGORY(lcSpool, "quirepad.spool", QtInfoMsg)
@@ -191,9 +193,12 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     ManagedObjectContext* context = managedObjectContext();
     QString batchDestination = destination;
     bool nobodyToAsk = false;
+    QStringList delivered;
     for (const QString& path : paths) {
-        if (!is_running())
+        if (!is_running()) {
+            finishBatch(delivered);
             return false; // stopped: the rest stay in the spool
+        }
         QVariantMap jobInfo = read_info(path + QStringLiteral(".info"));
         const QString name = jobInfo.value(QStringLiteral("NAME")).toString();
         QVariantMap fileInfo{{QStringLiteral("path"), path}};
@@ -239,16 +244,28 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
                                          << (name.isEmpty() ? batchDestination : name);
         }
         const bool removed = remove && isSpoolJob(path);
-        if (removed) {
-            rm_file(path);
-            rm_file(path + QStringLiteral(".info"));
-        }
+        if (removed)
+            delivered << path;
         emit jobFinished(path, removed);
         setCurrentFileInfo({});
     }
+    finishBatch(delivered);
     m_running = false;
     emit runningChanged(false);
     return true;
+}
+
+void MainAppDelegate::finishBatch(const QStringList& deliveredJobs)
+{
+    if (deliveredJobs.isEmpty())
+        return;
+    // One flush of what the batch wrote, then the jobs may go: a crash can
+    // at worst deliver a job twice, never lose one.
+    ::sync();
+    for (const QString& path : deliveredJobs) {
+        rm_file(path);
+        rm_file(path + QStringLiteral(".info"));
+    }
 }
 
 void MainAppDelegate::retryAgrain()

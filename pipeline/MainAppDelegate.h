@@ -68,6 +68,8 @@ signals:
 
 private:
     bool isSpoolJob(const QString& path) const;
+    // Makes the batch's deliveries durable, then removes their spool jobs.
+    void finishBatch(const QStringList& deliveredJobs);
     void setCurrentFileInfo(const QVariantMap& info);
     void schedule(double seconds, std::function<void()> call);
 
