@@ -6,6 +6,7 @@
 #include "foundation/fileutil.h"
 #include "foundation/identifiers.h"
 #include "foundation/pathvars.h"
+#include "foundation/session.h"
 #include "pipeline/filters.h"
 
 #include <QDir>
@@ -15,22 +16,13 @@
 
 #include <cerrno>
 #include <cstring>
-#include <pwd.h>
 #include <stdio.h>
-#include <unistd.h>
 
 namespace quirepad {
 
 Q_LOGGING_CATEGORY(lcDelivery, "quirepad.delivery", QtInfoMsg)
 
 namespace {
-
-QString loginName()
-{
-    if (const passwd* entry = getpwuid(getuid()))
-        return QString::fromLocal8Bit(entry->pw_name);
-    return qEnvironmentVariable("USER");
-}
 
 QString contextValue(const QVariantMap& context, const char* key, const QString& fallback)
 {
@@ -40,14 +32,19 @@ QString contextValue(const QVariantMap& context, const char* key, const QString&
 
 } // namespace
 
-bool CopyFileProcessor::isInTemporaryPlace(const QString& path)
+QStringList CopyFileProcessor::temporaryPlaces()
 {
     QStringList places{QStringLiteral("/private"), QStringLiteral("/var"), QStringLiteral("/tmp"),
                        QStringLiteral("/Users/Shared"), QDir::tempPath()};
     const QString shared = qEnvironmentVariable("QUIREPAD_SHARED_DIR");
     if (!shared.isEmpty())
         places << QDir::cleanPath(shared);
-    for (const QString& place : std::as_const(places))
+    return places;
+}
+
+bool CopyFileProcessor::isInTemporaryPlace(const QString& path)
+{
+    for (const QString& place : temporaryPlaces())
         if (path == place || path.startsWith(place + QLatin1Char('/')))
             return true;
     return false;
@@ -80,7 +77,7 @@ QString CopyFileProcessor::sanitizeName(const QString& name) const
     if (!name_pattern.isEmpty()) {
         result = name_pattern;
         result.replace(QStringLiteral("%t"), contextValue(context, "TITLE", QStringLiteral("Unknown")));
-        result.replace(QStringLiteral("%u"), contextValue(context, "USER", loginName()));
+        result.replace(QStringLiteral("%u"), contextValue(context, "USER", user_name()));
         result.replace(QStringLiteral("%h"), contextValue(context, "HOST", QStringLiteral("localhost")));
         if (path_extension(result).isEmpty())
             result += QLatin1Char('.') + extension;

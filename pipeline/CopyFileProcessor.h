@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QVariantMap>
 
 namespace quirepad {
@@ -41,6 +42,7 @@ public:
     void notifySucessTitle(const QString& text, const QString& path);
 
     // Temporary folders and the spool: files there are the program's own.
+    static QStringList temporaryPlaces();
     static bool isInTemporaryPlace(const QString& path);
 
     bool failed() const { return !m_failure.isEmpty(); }

@@ -3,19 +3,8 @@
 #include "foundation/apps.h"
 #include "foundation/fileutil.h"
 
-#include <QDir>
 
 namespace quirepad {
-
-QStringList OpenFileProcessor::temporaryPlaces()
-{
-    QStringList places{QStringLiteral("/private"), QStringLiteral("/var"), QStringLiteral("/tmp"),
-                       QStringLiteral("/Users/Shared"), QDir::tempPath()};
-    const QString shared = qEnvironmentVariable("QUIREPAD_SHARED_DIR");
-    if (!shared.isEmpty())
-        places << QDir::cleanPath(shared);
-    return places;
-}
 
 bool OpenFileProcessor::processFile(const QString& path)
 {

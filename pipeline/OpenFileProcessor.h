@@ -16,8 +16,6 @@ class OpenFileProcessor : public CopyFileProcessor
 public:
     bool processFile(const QString& path) override;
 
-    // Folders whose files are copied before opening.
-    static QStringList temporaryPlaces();
     QString openedFile() const { return m_opened; }
 
 private:

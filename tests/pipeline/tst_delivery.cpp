@@ -1,3 +1,4 @@
+#include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include "foundation/DialogService.h"
@@ -14,26 +15,12 @@
 #include <QTest>
 
 using namespace quirepad;
+using namespace quirepad::test;
 
 namespace {
 
-bool writeFile(const QString& path, const QByteArray& data, QFile::Permissions permissions = {})
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size())
-        return false;
-    file.close();
-    return permissions ? QFile::setPermissions(path, permissions) : true;
-}
 
-QByteArray readFile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
-const QFile::Permissions kExecutable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup
-                                       | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
 
 // Remembers what would have been opened or revealed.
 class RecordingWorkspace : public Workspace

@@ -1,4 +1,5 @@
 #include "PdfFactory.h"
+#include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include "foundation/DialogService.h"
@@ -16,27 +17,13 @@
 #include <QTest>
 
 using namespace quirepad;
+using namespace quirepad::test;
 using namespace std::chrono_literals;
 
 namespace {
 
-const QFile::Permissions kExecutable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup
-                                       | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
 
-bool writeFile(const QString& path, const QByteArray& data, QFile::Permissions permissions = {})
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size())
-        return false;
-    file.close();
-    return permissions ? QFile::setPermissions(path, permissions) : true;
-}
 
-QByteArray readFile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 int pageCount(const QString& pdf)
 {

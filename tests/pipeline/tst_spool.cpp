@@ -1,3 +1,4 @@
+#include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include "foundation/DialogService.h"
@@ -19,14 +20,10 @@
 #include <QTest>
 
 using namespace quirepad;
+using namespace quirepad::test;
 
 namespace {
 
-bool writeFile(const QString& path, const QByteArray& data)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
-}
 
 // Answers the destination question from a list and counts the questions.
 class RecordingChooser : public DestinationChooser

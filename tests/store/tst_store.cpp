@@ -1,3 +1,4 @@
+#include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include "foundation/DialogService.h"
@@ -18,6 +19,7 @@
 #include <QTest>
 
 using namespace quirepad;
+using namespace quirepad::test;
 
 namespace {
 
@@ -32,17 +34,7 @@ QStringList namesInOrder(ManagedObjectContext& context)
     return names;
 }
 
-bool writeFile(const QString& path, const QByteArray& data)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
-}
 
-QByteArray readFile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // A small tree item for the recursive numbering.
 struct Node {
