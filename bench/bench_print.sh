@@ -9,6 +9,8 @@
 # Prints a table and one PASS/FAIL line per target; exit 0 when all pass,
 # 1 when one fails, 77 when the machine cannot run it (not root, no cupsd).
 set -uo pipefail
+# shellcheck source=/dev/null
+. "$(dirname "$0")/../tests/common/private_cupsd.sh"
 
 build="$(cd "${1:?usage: bench_print.sh BUILD_DIR}" && pwd)"
 if [ "$(id -u)" -ne 0 ]; then echo "SKIP: the print benchmark needs root (cupsd runs backends as root)"; exit 77; fi
@@ -105,50 +107,9 @@ mkdir -p "$D/run" "$D/config" "$D/data" "$D/cache-user" "$D/out-latency" "$D/out
 chown "$USER_NAME" "$D/run" "$D/config" "$D/data" "$D/cache-user" "$D/out-latency" "$D/out-batch" "$D/out-cupspdf"
 chmod 700 "$D/run"
 
-# A private cupsd: its own folders and socket, a permissive policy, the
-# default log level (debug logging would slow both queues down).
-mkdir -p "$D/etc/ppd" "$D/spool/tmp" "$D/cache" "$D/state/certs" "$D/log"
-chown -R root:lp "$D/spool" "$D/cache" "$D/state"
-chmod 0710 "$D/spool"; chmod 1770 "$D/spool/tmp"; chmod 0770 "$D/cache" "$D/state"
-cat > "$D/etc/cupsd.conf" <<CONF
-LogLevel warn
-Listen $D/cups.sock
-Browsing Off
-WebInterface No
-DefaultEncryption Never
-DefaultAuthType None
-<Location />
-  Order allow,deny
-  Allow all
-</Location>
-<Policy default>
-  <Limit All>
-    Order deny,allow
-  </Limit>
-</Policy>
-CONF
-cat > "$D/etc/cups-files.conf" <<CONF
-SystemGroup root
-User lp
-Group lp
-ServerRoot $D/etc
-RequestRoot $D/spool
-TempDir $D/spool/tmp
-CacheDir $D/cache
-StateDir $D/state
-ServerBin /usr/lib/cups
-DataDir /usr/share/cups
-ErrorLog $D/log/error_log
-AccessLog $D/log/access_log
-PageLog $D/log/page_log
-SetEnv QUIREPAD_SHARED_DIR $SHARED
-SetEnv QUIREPAD_CONSOLE_USER $USER_NAME
-CONF
-mkdir -p /run/cups
-cupsd -f -c "$D/etc/cupsd.conf" -s "$D/etc/cups-files.conf" &
-CUPSD_PID=$!
-export CUPS_SERVER="$D/cups.sock"
-for _ in $(seq 100); do lpstat -r 2>/dev/null | grep -q "is running" && break; sleep 0.1; done
+# A private cupsd at the default log level (debug logging would slow both
+# queues down).
+start_private_cupsd "$D" warn "$SHARED" "$USER_NAME"
 if ! lpstat -r 2>/dev/null | grep -q "is running"; then
     echo "SKIP: the private cupsd did not start here"; tail -5 "$D/log/error_log" 2>/dev/null; exit 77
 fi

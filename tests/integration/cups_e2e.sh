@@ -5,6 +5,8 @@
 #   cups_e2e.sh BUILD_DIR
 # Exit 77 (skipped) when the machine cannot run it (not root, no cupsd).
 set -uo pipefail
+# shellcheck source=/dev/null
+. "$(dirname "$0")/../common/private_cupsd.sh"
 
 build="$(cd "${1:?usage: cups_e2e.sh BUILD_DIR}" && pwd)"
 if [ "$(id -u)" -ne 0 ]; then echo "SKIP: the CUPS end-to-end test needs root (cupsd runs backends as root)"; exit 77; fi
@@ -73,52 +75,12 @@ if ip netns add "$NETNS" 2>/dev/null; then
 fi
 [ "$REMOTE" = yes ] || log "network namespaces are not available here: the remote job is not tested"
 
-# A private cupsd: its own folders, sockets and permissive policy.
-mkdir -p "$D/etc/ppd" "$D/spool/tmp" "$D/cache" "$D/state/certs" "$D/log"
-chown -R root:lp "$D/spool" "$D/cache" "$D/state"
-chmod 0710 "$D/spool"; chmod 1770 "$D/spool/tmp"; chmod 0770 "$D/cache" "$D/state"
-{
-    echo "LogLevel debug"
-    echo "Listen $D/cups.sock"
-    echo "Listen 127.0.0.1:8631"
-    [ "$REMOTE" = yes ] && echo "Listen 10.77.91.1:8631"
-    echo "ServerAlias *"
-    echo "Browsing Off"
-    echo "WebInterface No"
-    echo "DefaultEncryption Never"
-    echo "DefaultAuthType None"
-    echo "<Location />"
-    echo "  Order allow,deny"
-    echo "  Allow all"
-    echo "</Location>"
-    echo "<Policy default>"
-    echo "  <Limit All>"
-    echo "    Order deny,allow"
-    echo "  </Limit>"
-    echo "</Policy>"
-} > "$D/etc/cupsd.conf"
-cat > "$D/etc/cups-files.conf" <<CONF
-SystemGroup root
-User lp
-Group lp
-ServerRoot $D/etc
-RequestRoot $D/spool
-TempDir $D/spool/tmp
-CacheDir $D/cache
-StateDir $D/state
-ServerBin /usr/lib/cups
-DataDir /usr/share/cups
-ErrorLog $D/log/error_log
-AccessLog $D/log/access_log
-PageLog $D/log/page_log
-SetEnv QUIREPAD_SHARED_DIR $SHARED
-SetEnv QUIREPAD_CONSOLE_USER $USER_NAME
-CONF
-mkdir -p /run/cups
-cupsd -f -c "$D/etc/cupsd.conf" -s "$D/etc/cups-files.conf" &
-CUPSD_PID=$!
-export CUPS_SERVER="$D/cups.sock"
-for _ in $(seq 100); do lpstat -r 2>/dev/null | grep -q "is running" && break; sleep 0.1; done
+# A private cupsd, reachable from the other namespace too when there is one.
+if [ "$REMOTE" = yes ]; then
+    start_private_cupsd "$D" debug "$SHARED" "$USER_NAME" 127.0.0.1:8631 10.77.91.1:8631
+else
+    start_private_cupsd "$D" debug "$SHARED" "$USER_NAME" 127.0.0.1:8631
+fi
 lpstat -r | grep -q "is running" || { echo "SKIP: cupsd did not start here"; failures=0; exit 77; }
 
 # The driver, through the installer the application ships.
