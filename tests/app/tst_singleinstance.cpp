@@ -8,22 +8,19 @@
 #include <QCborMap>
 #include <QCborValue>
 #include <QCoreApplication>
+#include <QDataStream>
 #include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QLockFile>
-#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
-#include <QTimer>
-#include <QtEndian>
 
 #include <cstring>
 #include <limits>
@@ -47,50 +44,24 @@ InstanceRequest sampleRequest()
         QStringLiteral("/home/ünïcode/Документы") };
 }
 
-QByteArray header(QByteArrayView magic, quint16 version, quint32 length)
+QByteArray header(const QByteArray& magic, quint16 version, quint32 length)
 {
-    QByteArray bytes(magic.data(), magic.size());
-    char number[4];
-    qToBigEndian<quint16>(version, number);
-    bytes.append(number, 2);
-    qToBigEndian<quint32>(length, number);
-    bytes.append(number, 4);
+    QByteArray bytes = magic;
+    QDataStream(&bytes, QIODevice::Append) << version << length; // big-endian
     return bytes;
 }
 
-QByteArray cbor(const QCborMap& map)
+// A sample request (or reply) framed with one key changed; a null value
+// removes the key.
+QByteArray requestWith(const QString& key, const QCborValue& value, bool reply = false)
 {
-    return map.toCborValue().toCbor();
-}
-
-QCborMap requestMap()
-{
-    return InstanceMessage::toCbor(sampleRequest());
-}
-
-QCborMap replyMap()
-{
-    return InstanceMessage::toCbor(InstanceReply { 0, QStringLiteral("out"), QStringLiteral("err") });
-}
-
-QCborMap without(QCborMap map, const QString& key)
-{
-    map.remove(key);
-    return map;
-}
-
-QCborMap with(QCborMap map, const QString& key, const QCborValue& value)
-{
-    map.insert(key, value);
-    return map;
-}
-
-int modeOf(const QString& path)
-{
-    struct stat info = {};
-    if (::lstat(QFile::encodeName(path).constData(), &info) != 0)
-        return -1;
-    return int(info.st_mode & 07777);
+    QCborMap map
+        = reply ? InstanceMessage::toCbor(InstanceReply { 0, "out", "err" }) : InstanceMessage::toCbor(sampleRequest());
+    if (value.isNull())
+        map.remove(key);
+    else
+        map.insert(key, value);
+    return InstanceMessage::frame(map.toCborValue().toCbor());
 }
 
 // A runtime directory as tryToRun() creates it: private to this user.
@@ -120,76 +91,37 @@ bool makeStaleSocketFile(const QString& path)
     return bound;
 }
 
-// The id of a process that existed a moment ago and has been reaped.
-pid_t deadPid()
+// A lock file as QLockFile writes it (pid, application and host name), but
+// naming the given process and dated as given.
+bool writeLockFile(const QString& path, qint64 pid, const QDateTime& modified)
 {
-    const pid_t pid = ::fork();
-    if (pid == 0)
-        ::_exit(0);
-    if (pid > 0)
-        ::waitpid(pid, nullptr, 0);
-    return pid;
-}
-
-// What QLockFile writes for this process (pid, application name, host
-// name and the lines after them), so a hand-made lock differs from a real
-// one in nothing but what a test changes.
-QList<QByteArray> realLockFileLines(const QTemporaryDir& tmp)
-{
-    QLockFile probe(tmp.filePath(QStringLiteral("probe.lock")));
-    if (!probe.tryLock(0))
-        return {};
-    QFile file(tmp.filePath(QStringLiteral("probe.lock")));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return file.readAll().split('\n');
-}
-
-bool writeLockFile(const QString& path, QList<QByteArray> lines, qint64 pid, const QDateTime& modified)
-{
+    QByteArrayList lines;
+    QFile::remove(path);
+    {
+        QLockFile probe(path);
+        QFile file(path);
+        if (!probe.tryLock(0) || !file.open(QIODevice::ReadOnly))
+            return false;
+        lines = file.readAll().split('\n');
+    }
     lines[0] = QByteArray::number(pid);
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    if (file.write(lines.join('\n')) < 0 || !file.flush())
-        return false;
-    return file.setFileTime(modified, QFileDevice::FileModificationTime);
+    return file.open(QIODevice::WriteOnly) && file.write(lines.join('\n')) > 0 && file.flush()
+        && file.setFileTime(modified, QFileDevice::FileModificationTime);
 }
 
 // SingleInstance::forward() blocks, so it runs on a thread of its own while
-// the main thread's event loop serves the instance under test.
-class ForwardCall
+// this thread's event loop serves the instance under test.
+std::optional<InstanceReply> forwardServed(const InstanceRequest& request, const QString& dir, int timeoutMs = 10000)
 {
-public:
-    ForwardCall(const InstanceRequest& request, const QString& runtimeDir, int timeoutMs = 10000)
-    {
-        m_thread.reset(QThread::create([this, request, runtimeDir, timeoutMs] {
-            m_reply = SingleInstance::forward(request, runtimeDir, timeoutMs);
-        }));
-        m_thread->start();
-    }
-    ~ForwardCall() { m_thread->wait(); }
-    ForwardCall(const ForwardCall&) = delete;
-    ForwardCall& operator=(const ForwardCall&) = delete;
-
-    bool isFinished() const { return m_thread->isFinished(); }
-
-    // Serves the main event loop until the call returns.
-    bool serveUntilFinished(int timeoutMs = 15000)
-    {
-        QElapsedTimer clock;
-        clock.start();
-        while (!m_thread->isFinished() && clock.elapsed() < timeoutMs)
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        return m_thread->wait(0);
-    }
-
-    const std::optional<InstanceReply>& reply() const { return m_reply; }
-
-private:
-    std::unique_ptr<QThread> m_thread;
-    std::optional<InstanceReply> m_reply;
-};
+    std::optional<InstanceReply> reply;
+    std::unique_ptr<QThread> thread(QThread::create([&] { reply = SingleInstance::forward(request, dir, timeoutMs); }));
+    thread->start();
+    while (!thread->isFinished())
+        QTest::qWait(5);
+    thread->wait();
+    return reply;
+}
 
 } // namespace
 
@@ -223,85 +155,55 @@ private slots:
         const InstanceRequest request { InstanceRequest::Kind(kind), arguments, cwd };
 
         const QByteArray bytes = InstanceMessage::encode(request);
-        QVERIFY(bytes.startsWith("QPAD"));
-        QCOMPARE(qFromBigEndian<quint16>(bytes.constData() + 4), quint16(1));
-        QCOMPARE(qsizetype(qFromBigEndian<quint32>(bytes.constData() + 6)), bytes.size() - 10);
-
+        QCOMPARE(bytes.left(10), header("QPAD", 1, quint32(bytes.size() - 10)));
         InstanceMessageDecoder decoder;
         decoder.feed(bytes);
-        const std::optional<InstanceRequest> decoded = decoder.takeRequest();
-        QVERIFY2(decoded, qPrintable(decoder.errorString()));
-        QCOMPARE(int(decoded->kind), kind);
-        QCOMPARE(decoded->arguments, arguments);
-        QCOMPARE(decoded->workingDirectory, cwd);
-        QVERIFY(!decoder.hasError());
+        QCOMPARE(decoder.takeRequest(), std::optional(request));
+        QVERIFY2(!decoder.hasError(), qPrintable(decoder.errorString()));
         QCOMPARE(decoder.bufferedBytes(), 0);
         QVERIFY(!decoder.takeRequest());
-    }
-
-    void replyRoundTrip_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("out");
-        QTest::addColumn<QString>("err");
-
-        QTest::newRow("success") << 0 << "Grüße ✓\n" << QString();
-        QTest::newRow("failure") << 2 << QString() << "quirepad: ошибка\n";
-        QTest::newRow("negative") << -1 << "x"
-                                  << "y";
-        QTest::newRow("int max") << std::numeric_limits<int>::max() << "🖨"
-                                 << "日本";
     }
 
     void replyRoundTrip()
     {
-        QFETCH(int, status);
-        QFETCH(QString, out);
-        QFETCH(QString, err);
-
-        InstanceMessageDecoder decoder;
-        decoder.feed(InstanceMessage::encode(InstanceReply { status, out, err }));
-        const std::optional<InstanceReply> decoded = decoder.takeReply();
-        QVERIFY2(decoded, qPrintable(decoder.errorString()));
-        QCOMPARE(decoded->status, status);
-        QCOMPARE(decoded->out, out);
-        QCOMPARE(decoded->err, err);
-    }
-
-    void frameFedOneByteAtATime()
-    {
-        const QByteArray bytes = InstanceMessage::encode(sampleRequest());
-        InstanceMessageDecoder decoder;
-        for (qsizetype i = 0; i + 1 < bytes.size(); ++i) {
-            decoder.feed(bytes.mid(i, 1));
-            QVERIFY2(!decoder.takeRequest(), qPrintable(QStringLiteral("message after %1 bytes").arg(i + 1)));
-            QVERIFY2(!decoder.hasError(), qPrintable(decoder.errorString()));
+        for (const InstanceReply& reply : { InstanceReply { 0, "Grüße ✓\n", {} },
+                 InstanceReply { std::numeric_limits<int>::max(), {}, "quirepad: ошибка\n" } }) {
+            InstanceMessageDecoder decoder;
+            decoder.feed(InstanceMessage::encode(reply));
+            QCOMPARE(decoder.takeReply(), std::optional(reply));
         }
-        decoder.feed(bytes.right(1));
-        const std::optional<InstanceRequest> decoded = decoder.takeRequest();
-        QVERIFY2(decoded, qPrintable(decoder.errorString()));
-        QCOMPARE(*decoded, sampleRequest());
     }
 
-    void severalFramesInOneChunk()
+    void framesSplitAnywhere()
     {
-        InstanceRequest second = sampleRequest();
-        second.kind = InstanceRequest::Kind::Open;
-        second.arguments = QStringList { "/tmp/a.pdf" };
-        const InstanceRequest third { InstanceRequest::Kind::Command, { "--version" }, "/" };
-        const QByteArray thirdBytes = InstanceMessage::encode(third);
+        const InstanceRequest second { InstanceRequest::Kind::Open, { "/tmp/a.pdf" }, "/" };
+        const QByteArray first = InstanceMessage::encode(sampleRequest());
+        const QByteArray bytes = first + InstanceMessage::encode(second);
 
-        InstanceMessageDecoder decoder;
-        decoder.feed(InstanceMessage::encode(sampleRequest()) + InstanceMessage::encode(second) + thirdBytes.left(7));
-        QCOMPARE(decoder.takeRequest(), std::optional(sampleRequest()));
-        QCOMPARE(decoder.takeRequest(), std::optional(second));
-        QVERIFY(!decoder.takeRequest());
-        QVERIFY(!decoder.hasError());
-        QCOMPARE(decoder.bufferedBytes(), 7);
+        // Byte by byte: each message comes out with its last byte, not before.
+        InstanceMessageDecoder slow;
+        for (qsizetype i = 0; i < bytes.size(); ++i) {
+            slow.feed(bytes.mid(i, 1));
+            const std::optional<InstanceRequest> request = slow.takeRequest();
+            QVERIFY2(!slow.hasError(), qPrintable(slow.errorString()));
+            if (i + 1 == first.size())
+                QCOMPARE(request, std::optional(sampleRequest()));
+            else if (i + 1 == bytes.size())
+                QCOMPARE(request, std::optional(second));
+            else
+                QVERIFY2(!request, qPrintable(QStringLiteral("message after %1 bytes").arg(i + 1)));
+        }
 
-        decoder.feed(thirdBytes.mid(7));
-        QCOMPARE(decoder.takeRequest(), std::optional(third));
-        QCOMPARE(decoder.bufferedBytes(), 0);
+        // Two messages and the start of a third in one chunk.
+        InstanceMessageDecoder fast;
+        fast.feed(bytes + first.left(7));
+        QCOMPARE(fast.takeRequest(), std::optional(sampleRequest()));
+        QCOMPARE(fast.takeRequest(), std::optional(second));
+        QVERIFY(!fast.takeRequest());
+        QCOMPARE(fast.bufferedBytes(), 7);
+        fast.feed(first.mid(7));
+        QCOMPARE(fast.takeRequest(), std::optional(sampleRequest()));
+        QCOMPARE(fast.bufferedBytes(), 0);
     }
 
     void malformedFramesAreErrors_data()
@@ -310,43 +212,30 @@ private slots:
         QTest::addColumn<bool>("asReply");
         QTest::addColumn<QString>("error");
 
-        const QByteArray request = cbor(requestMap());
-        const QByteArray good = InstanceMessage::encode(sampleRequest());
-
-        QTest::newRow("wrong magic") << header("QPAX", 1, quint32(request.size())) + request << false << "wrong magic";
-        QTest::newRow("http request") << QByteArray("GET / HTTP/1.1\r\n\r\n") << false << "wrong magic";
-        QTest::newRow("one wrong byte") << QByteArray("X") << false << "wrong magic";
-        QTest::newRow("version 0") << header("QPAD", 0, quint32(request.size())) + request << false
-                                   << "unsupported protocol version 0";
-        QTest::newRow("version 2") << header("QPAD", 2, quint32(request.size())) + request << false
+        const QByteArray payload = InstanceMessage::toCbor(sampleRequest()).toCborValue().toCbor();
+        const QCborValue removed(nullptr);
+        QTest::newRow("wrong magic") << header("QPAX", 1, quint32(payload.size())) + payload << false << "wrong magic";
+        QTest::newRow("version 2") << header("QPAD", 2, quint32(payload.size())) + payload << false
                                    << "unsupported protocol version 2";
         QTest::newRow("length over the limit")
             << header("QPAD", 1, InstanceMessage::maxPayloadSize + 1) << false << "exceeds the limit";
-        QTest::newRow("length 4 GiB") << header("QPAD", 1, 0xffffffffu) << false << "exceeds the limit";
-        QTest::newRow("truncated CBOR") << InstanceMessage::frame(request.chopped(5)) << false << "malformed CBOR";
-        QTest::newRow("empty payload") << InstanceMessage::frame({}) << false << "malformed CBOR";
+        QTest::newRow("truncated CBOR") << InstanceMessage::frame(payload.chopped(5)) << false << "malformed CBOR";
         QTest::newRow("bytes after the CBOR value")
-            << InstanceMessage::frame(request + QByteArray(1, '\0')) << false << "trailing bytes";
+            << InstanceMessage::frame(payload + QByteArray(1, '\0')) << false << "trailing bytes";
         QTest::newRow("array instead of map")
             << InstanceMessage::frame(QCborValue(QCborArray { "print" }).toCbor()) << false << "not a CBOR map";
-        QTest::newRow("kind missing") << InstanceMessage::frame(cbor(without(requestMap(), "kind"))) << false
-                                      << "\"kind\" is missing";
-        QTest::newRow("unknown kind") << InstanceMessage::frame(cbor(with(requestMap(), "kind", "delete"))) << false
-                                      << "unknown request kind";
-        QTest::newRow("args not an array") << InstanceMessage::frame(cbor(with(requestMap(), "args", "print"))) << false
-                                           << "\"args\" is missing or not an array";
+        QTest::newRow("kind missing") << requestWith("kind", removed) << false << "\"kind\" is missing";
+        QTest::newRow("unknown kind") << requestWith("kind", "delete") << false << "unknown request kind";
+        QTest::newRow("args not an array")
+            << requestWith("args", "print") << false << "\"args\" is missing or not an array";
         QTest::newRow("args with a number")
-            << InstanceMessage::frame(cbor(with(requestMap(), "args", QCborArray { "print", 3 }))) << false
-            << "not a string";
-        QTest::newRow("cwd missing") << InstanceMessage::frame(cbor(without(requestMap(), "cwd"))) << false
-                                     << "\"cwd\" is missing";
-        QTest::newRow("status not an integer") << InstanceMessage::frame(cbor(with(replyMap(), "status", "0"))) << true
-                                               << "\"status\" is missing or not an integer";
-        QTest::newRow("status out of range")
-            << InstanceMessage::frame(cbor(with(replyMap(), "status", qint64(1) << 40))) << true << "out of range";
-        QTest::newRow("err missing") << InstanceMessage::frame(cbor(without(replyMap(), "err"))) << true
-                                     << "\"err\" is missing";
-        QTest::newRow("request read as a reply") << good << true << "\"status\" is missing";
+            << requestWith("args", QCborArray { "print", 3 }) << false << "not a string";
+        QTest::newRow("cwd missing") << requestWith("cwd", removed) << false << "\"cwd\" is missing";
+        QTest::newRow("status not an integer")
+            << requestWith("status", "0", true) << true << "\"status\" is missing or not an integer";
+        QTest::newRow("status out of range") << requestWith("status", qint64(1) << 40, true) << true << "out of range";
+        QTest::newRow("request read as a reply")
+            << InstanceMessage::encode(sampleRequest()) << true << "\"status\" is missing";
     }
 
     void malformedFramesAreErrors()
@@ -362,7 +251,6 @@ private slots:
         InstanceMessageDecoder decoder;
         decoder.feed(bytes);
         QVERIFY(!take(decoder));
-        QVERIFY(decoder.hasError());
         QVERIFY2(decoder.errorString().contains(error), qPrintable(decoder.errorString()));
         QCOMPARE(decoder.bufferedBytes(), 0);
 
@@ -377,58 +265,14 @@ private slots:
             slow.feed(QByteArrayView(&byte, 1));
             take(slow);
         }
-        QVERIFY(slow.hasError());
         QVERIFY2(slow.errorString().contains(error), qPrintable(slow.errorString()));
-    }
-
-    void lengthAtTheLimitWaitsForItsPayload()
-    {
-        InstanceMessageDecoder decoder;
-        decoder.feed(header("QPAD", 1, InstanceMessage::maxPayloadSize) + QByteArray(100, '\xa0'));
-        QVERIFY(!decoder.takeRequest());
-        QVERIFY2(!decoder.hasError(), qPrintable(decoder.errorString()));
-        QCOMPARE(decoder.bufferedBytes(), 110);
     }
 
     // --- the instance lock ----------------------------------------------
 
-    void defaultRuntimeDir_data()
-    {
-        QTest::addColumn<QByteArray>("xdgRuntimeDir");
-        QTest::addColumn<QString>("expected");
-
-        const QString fallback = QDir::tempPath() + QStringLiteral("/quirepad-%1").arg(::geteuid());
-        QTest::newRow("set") << QByteArray("/run/user/4711") << "/run/user/4711/quirepad";
-        QTest::newRow("trailing slash") << QByteArray("/run/user/4711/") << "/run/user/4711/quirepad";
-        QTest::newRow("unset") << QByteArray() << fallback;
-        QTest::newRow("relative") << QByteArray("run/user") << fallback;
-    }
-
-    void defaultRuntimeDir()
-    {
-        QFETCH(QByteArray, xdgRuntimeDir);
-        QFETCH(QString, expected);
-
-        const bool wasSet = qEnvironmentVariableIsSet("XDG_RUNTIME_DIR");
-        const QByteArray previous = qgetenv("XDG_RUNTIME_DIR");
-        auto restore = qScopeGuard([&] {
-            if (wasSet)
-                qputenv("XDG_RUNTIME_DIR", previous);
-            else
-                qunsetenv("XDG_RUNTIME_DIR");
-        });
-        if (xdgRuntimeDir.isNull())
-            qunsetenv("XDG_RUNTIME_DIR");
-        else
-            qputenv("XDG_RUNTIME_DIR", xdgRuntimeDir);
-
-        QCOMPARE(SingleInstance::defaultRuntimeDir(), expected);
-    }
-
     void oneInstancePerRuntimeDir()
     {
         QTemporaryDir tmp;
-        QVERIFY(tmp.isValid());
         const QString dir = tmp.filePath(QStringLiteral("nested/run"));
 
         auto first = std::make_unique<SingleInstance>(dir);
@@ -436,24 +280,18 @@ private slots:
         QVERIFY2(first->tryToRun(), qPrintable(first->errorString()));
         QVERIFY(first->isLocked());
         QVERIFY(first->isListening());
-        QCOMPARE(modeOf(dir), 0700);
-        QVERIFY(QFileInfo::exists(first->lockFilePath()));
-        QCOMPARE(first->socketPath(), dir + QStringLiteral("/quirepad.sock"));
-        QVERIFY(QFileInfo(first->socketPath()).exists());
+        struct stat info = {};
+        QVERIFY(::stat(QFile::encodeName(dir).constData(), &info) == 0 && (info.st_mode & 07777) == 0700);
 
         SingleInstance second(dir);
         QVERIFY(!second.tryToRun());
         QVERIFY(!second.isLocked());
-        QVERIFY(!second.isListening());
         QVERIFY2(second.errorString().isEmpty(), qPrintable(second.errorString()));
 
         // The refused start left the first instance reachable.
-        {
-            ForwardCall call(InstanceRequest {}, dir);
-            QVERIFY(call.serveUntilFinished());
-            QVERIFY(call.reply());
-            QCOMPARE(call.reply()->out, QStringLiteral("first"));
-        }
+        const std::optional<InstanceReply> reply = forwardServed(InstanceRequest {}, dir);
+        QVERIFY(reply);
+        QCOMPARE(reply->out, QStringLiteral("first"));
 
         first.reset();
         QVERIFY(!QFileInfo::exists(dir + QStringLiteral("/quirepad.sock")));
@@ -467,20 +305,15 @@ private slots:
         QTemporaryDir tmp;
         const QString dir = makePrivateDir(tmp, QStringLiteral("run"));
         QVERIFY(!dir.isEmpty());
-        const QString socketPath = dir + QStringLiteral("/quirepad.sock");
-        QVERIFY(makeStaleSocketFile(socketPath));
-        QVERIFY(QFileInfo::exists(socketPath));
-        QVERIFY(!SingleInstance::forward(InstanceRequest {}, dir, 5000));
+        QVERIFY(makeStaleSocketFile(dir + QStringLiteral("/quirepad.sock")));
 
         SingleInstance instance(dir);
         instance.setHandler([](const InstanceRequest&) { return InstanceReply { 5, {}, {} }; });
         QVERIFY2(instance.tryToRun(), qPrintable(instance.errorString()));
         QVERIFY2(instance.isListening(), qPrintable(instance.errorString()));
-
-        ForwardCall call(InstanceRequest {}, dir);
-        QVERIFY(call.serveUntilFinished());
-        QVERIFY(call.reply());
-        QCOMPARE(call.reply()->status, 5);
+        const std::optional<InstanceReply> reply = forwardServed(InstanceRequest {}, dir);
+        QVERIFY(reply);
+        QCOMPARE(reply->status, 5);
     }
 
     void lockOfADeadProcessIsRemoved()
@@ -488,65 +321,31 @@ private slots:
         QTemporaryDir tmp;
         const QString dir = makePrivateDir(tmp, QStringLiteral("run"));
         QVERIFY(!dir.isEmpty());
-        const QList<QByteArray> lines = realLockFileLines(tmp);
-        QVERIFY(lines.size() >= 3);
-        QCOMPARE(lines[0].toLongLong(), qint64(QCoreApplication::applicationPid()));
         const QString lockPath = dir + QStringLiteral("/quirepad.lock");
 
         // A live owner keeps the lock however old the file is.
-        QVERIFY(writeLockFile(
-            lockPath, lines, QCoreApplication::applicationPid(), QDateTime::currentDateTime().addSecs(-3600)));
-        {
-            SingleInstance instance(dir);
-            QVERIFY(!instance.tryToRun());
-            QVERIFY(QFileInfo::exists(lockPath));
-        }
+        const qint64 self = QCoreApplication::applicationPid();
+        QVERIFY(writeLockFile(lockPath, self, QDateTime::currentDateTime().addSecs(-3600)));
+        QVERIFY(!SingleInstance(dir).tryToRun());
+        QVERIFY(QFileInfo::exists(lockPath));
 
-        const pid_t dead = deadPid();
-        QVERIFY(dead > 0);
-        QVERIFY(writeLockFile(lockPath, lines, dead, QDateTime::currentDateTime()));
+        const pid_t dead = ::fork();
+        if (dead == 0)
+            ::_exit(0);
+        QVERIFY(dead > 0 && ::waitpid(dead, nullptr, 0) == dead);
+        QVERIFY(writeLockFile(lockPath, dead, QDateTime::currentDateTime()));
         SingleInstance instance(dir);
         QVERIFY2(instance.tryToRun(), qPrintable(instance.errorString()));
         QVERIFY(instance.isListening());
-        QLockFile probe(lockPath);
         qint64 owner = 0;
-        QVERIFY(probe.getLockInfo(&owner, nullptr, nullptr));
-        QCOMPARE(owner, qint64(QCoreApplication::applicationPid()));
-    }
-
-    void unusableSocketPathKeepsTheLock()
-    {
-        // A socket address holds at most 107 bytes: the lock is taken, but
-        // nobody can be served.
-        QTemporaryDir tmp;
-        const QString dir = tmp.filePath(QString(120, QLatin1Char('d')));
-        SingleInstance instance(dir);
-        QVERIFY(instance.tryToRun());
-        QVERIFY(instance.isLocked());
-        QVERIFY(!instance.isListening());
-        QVERIFY(!instance.errorString().isEmpty());
-
-        SingleInstance second(dir);
-        QVERIFY(!second.tryToRun());
-        QVERIFY(!SingleInstance::forward(sampleRequest(), dir, 5000));
+        QVERIFY(QLockFile(lockPath).getLockInfo(&owner, nullptr, nullptr));
+        QCOMPARE(owner, self);
     }
 
     // --- forwarding ------------------------------------------------------
 
-    void forwardReachesTheRunningInstance_data()
-    {
-        QTest::addColumn<int>("kind");
-        QTest::addColumn<QStringList>("arguments");
-
-        QTest::newRow("command") << int(InstanceRequest::Kind::Command) << QStringList { "print", "Grüße", "日本語" };
-        QTest::newRow("open") << int(InstanceRequest::Kind::Open) << QStringList { "/tmp/ä b.pdf", "rel/🖨.ps" };
-    }
-
     void forwardReachesTheRunningInstance()
     {
-        QFETCH(int, kind);
-        QFETCH(QStringList, arguments);
-
         QTemporaryDir tmp;
         const QString dir = tmp.filePath(QStringLiteral("run"));
         SingleInstance instance(dir);
@@ -559,160 +358,23 @@ private slots:
         });
         QVERIFY2(instance.tryToRun(), qPrintable(instance.errorString()));
 
-        const InstanceRequest request { InstanceRequest::Kind(kind), arguments, QStringLiteral("/home/ü/Документы") };
-        ForwardCall call(request, dir);
-        QVERIFY(call.serveUntilFinished());
-
-        QVERIFY(call.reply());
-        QCOMPARE(call.reply()->status, 7);
-        QCOMPARE(call.reply()->out, QStringLiteral("Ausgabe ✓\n"));
-        QCOMPARE(call.reply()->err, QStringLiteral("warnung: ß\n"));
-        QVERIFY(received);
-        QCOMPARE(*received, request);
+        const InstanceRequest request { InstanceRequest::Kind::Open, { "/tmp/ä b.pdf", "rel/🖨.ps" },
+            "/home/ü/Документы" };
+        const std::optional<InstanceReply> reply = forwardServed(request, dir);
+        QCOMPARE(
+            reply, std::optional(InstanceReply { 7, QStringLiteral("Ausgabe ✓\n"), QStringLiteral("warnung: ß\n") }));
+        QCOMPARE(received, std::optional(request));
         QVERIFY(onMainThread);
         QTRY_COMPARE(instance.activeConnections(), 0);
-    }
-
-    void forwardWithoutHandlerGetsAnError()
-    {
-        QTemporaryDir tmp;
-        const QString dir = tmp.filePath(QStringLiteral("run"));
-        SingleInstance instance(dir);
-        QVERIFY(instance.tryToRun());
-
-        ForwardCall call(InstanceRequest {}, dir);
-        QVERIFY(call.serveUntilFinished());
-        QVERIFY(call.reply());
-        QVERIFY(call.reply()->status != 0);
-        QVERIFY(!call.reply()->err.isEmpty());
-    }
-
-    void nestedEventLoopInHandlerKeepsServingOthers()
-    {
-        QTemporaryDir tmp;
-        const QString dir = tmp.filePath(QStringLiteral("run"));
-        SingleInstance instance(dir);
-        bool fastDoneWhileSlowRan = false;
-        std::unique_ptr<ForwardCall> fast;
-        instance.setHandler([&](const InstanceRequest& request) {
-            if (request.arguments.value(0) != QLatin1String("slow"))
-                return InstanceReply { 0, QStringLiteral("fast"), {} };
-            // While this request waits in a nested event loop, a second
-            // client comes and must get its answer.
-            fast = std::make_unique<ForwardCall>(
-                InstanceRequest { InstanceRequest::Kind::Command, { "fast" }, "/" }, dir);
-            QEventLoop loop;
-            QTimer poll;
-            QElapsedTimer clock;
-            clock.start();
-            connect(&poll, &QTimer::timeout, &loop, [&] {
-                if (fast->isFinished() || clock.elapsed() > 15000)
-                    loop.quit();
-            });
-            poll.start(5);
-            loop.exec();
-            fastDoneWhileSlowRan = fast->isFinished();
-            return InstanceReply { 0, QStringLiteral("slow"), {} };
-        });
-        QVERIFY(instance.tryToRun());
-
-        ForwardCall slow(InstanceRequest { InstanceRequest::Kind::Command, { "slow" }, "/" }, dir, 20000);
-        QVERIFY(slow.serveUntilFinished(20000));
-
-        QVERIFY(fast);
-        QVERIFY(fastDoneWhileSlowRan);
-        QVERIFY(fast->reply());
-        QCOMPARE(fast->reply()->out, QStringLiteral("fast"));
-        QVERIFY(slow.reply());
-        QCOMPARE(slow.reply()->out, QStringLiteral("slow"));
-    }
-
-    void slowHandlerOutlastsTheIdleTimeout()
-    {
-        QTemporaryDir tmp;
-        const QString dir = tmp.filePath(QStringLiteral("run"));
-        SingleInstance instance(dir);
-        instance.setIdleTimeout(std::chrono::milliseconds(50));
-        instance.setHandler([](const InstanceRequest&) {
-            QTest::qWait(400);
-            return InstanceReply { 0, QStringLiteral("done"), {} };
-        });
-        QVERIFY(instance.tryToRun());
-
-        ForwardCall call(sampleRequest(), dir);
-        QVERIFY(call.serveUntilFinished());
-        QVERIFY(call.reply());
-        QCOMPARE(call.reply()->out, QStringLiteral("done"));
-    }
-
-    void clientGivingUpWhileTheHandlerRuns()
-    {
-        QTemporaryDir tmp;
-        const QString dir = tmp.filePath(QStringLiteral("run"));
-        SingleInstance instance(dir);
-        int handled = 0;
-        std::unique_ptr<ForwardCall> impatient;
-        instance.setHandler([&](const InstanceRequest& request) {
-            ++handled;
-            if (request.arguments.value(0) == QLatin1String("impatient")) {
-                // Waits until the client has given up and gone.
-                QElapsedTimer clock;
-                clock.start();
-                while (!impatient->isFinished() && clock.elapsed() < 10000)
-                    QTest::qWait(10);
-                QTest::qWait(50);
-            }
-            return InstanceReply { 0, request.arguments.value(0), {} };
-        });
-        QVERIFY(instance.tryToRun());
-
-        quirepad::test::LogCapture log;
-        impatient = std::make_unique<ForwardCall>(
-            InstanceRequest { InstanceRequest::Kind::Command, { "impatient" }, "/" }, dir, 200);
-        QVERIFY(impatient->serveUntilFinished());
-        QVERIFY(!impatient->reply());
-        QCOMPARE(log.count(QStringLiteral("timed out")), 1);
-        QTRY_COMPARE(instance.activeConnections(), 0);
-
-        ForwardCall next(InstanceRequest { InstanceRequest::Kind::Command, { "next" }, "/" }, dir);
-        QVERIFY(next.serveUntilFinished());
-        QVERIFY(next.reply());
-        QCOMPARE(next.reply()->out, QStringLiteral("next"));
-        QCOMPARE(handled, 2);
-    }
-
-    void instanceDestroyedWhileAHandlerRuns()
-    {
-        QTemporaryDir tmp;
-        const QString dir = tmp.filePath(QStringLiteral("run"));
-        auto instance = std::make_unique<SingleInstance>(dir);
-        instance->setHandler([&](const InstanceRequest&) {
-            QTimer::singleShot(0, this, [&] { instance.reset(); });
-            QElapsedTimer clock;
-            clock.start();
-            while (instance && clock.elapsed() < 5000)
-                QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-            return InstanceReply { 3, QStringLiteral("late"), {} };
-        });
-        QVERIFY(instance->tryToRun());
-
-        ForwardCall call(InstanceRequest {}, dir);
-        QVERIFY(call.serveUntilFinished());
-        QVERIFY(!instance);
-        QVERIFY(call.reply());
-        QCOMPARE(call.reply()->status, 3);
-        QCOMPARE(call.reply()->out, QStringLiteral("late"));
-        // The detached connection deletes itself once it has answered.
-        QTest::qWait(50);
     }
 
     void forwardWithoutInstanceIsNull_data()
     {
         QTest::addColumn<QString>("setup");
         QTest::newRow("no runtime directory") << "missing";
-        QTest::newRow("empty runtime directory") << "empty";
         QTest::newRow("socket file nobody listens on") << "stale socket";
         QTest::newRow("instance locked but not listening") << "lock only";
+        QTest::newRow("server that never answers") << "silent";
     }
 
     void forwardWithoutInstanceIsNull()
@@ -720,63 +382,29 @@ private slots:
         QFETCH(QString, setup);
 
         QTemporaryDir tmp;
-        QString dir = tmp.filePath(QStringLiteral("run"));
-        std::unique_ptr<QLockFile> lock;
-        if (setup != QLatin1String("missing")) {
-            dir = makePrivateDir(tmp, QStringLiteral("run"));
-            QVERIFY(!dir.isEmpty());
-        }
-        if (setup == QLatin1String("stale socket"))
+        const QString dir = setup == "missing" ? tmp.filePath("run") : makePrivateDir(tmp, QStringLiteral("run"));
+        QVERIFY(!dir.isEmpty());
+        QLockFile lock(dir + QStringLiteral("/quirepad.lock"));
+        QLocalServer silent; // accepts (in the kernel's backlog), never answers
+        if (setup == "stale socket")
             QVERIFY(makeStaleSocketFile(dir + QStringLiteral("/quirepad.sock")));
-        if (setup == QLatin1String("lock only")) {
-            lock = std::make_unique<QLockFile>(dir + QStringLiteral("/quirepad.lock"));
-            QVERIFY(lock->tryLock(0));
-        }
+        else if (setup == "lock only")
+            QVERIFY(lock.tryLock(0));
+        else if (setup == "silent")
+            QVERIFY(silent.listen(dir + QStringLiteral("/quirepad.sock")));
 
+        quirepad::test::LogCapture log;
         QElapsedTimer clock;
         clock.start();
-        QVERIFY(!SingleInstance::forward(sampleRequest(), dir, 30000));
-        // Far below the timeout: nobody to wait for.
+        const int timeoutMs = setup == "silent" ? 300 : 30000;
+        QVERIFY(!SingleInstance::forward(sampleRequest(), dir, timeoutMs));
+        // Nobody to wait for: far below the timeout, unless someone listens.
         QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
-        if (setup == QLatin1String("missing"))
+        if (setup == "silent")
+            QVERIFY(clock.elapsed() >= 250);
+        QCOMPARE(log.count(QStringLiteral("timed out")), setup == "silent" ? 1 : 0);
+        if (setup == "missing")
             QVERIFY(!QFileInfo::exists(dir));
-    }
-
-    void forwardTimesOutOnASilentServer()
-    {
-        QTemporaryDir tmp;
-        const QString dir = makePrivateDir(tmp, QStringLiteral("run"));
-        QVERIFY(!dir.isEmpty());
-        // A server that accepts (in the kernel's backlog) but never answers.
-        QLocalServer silent;
-        QVERIFY(silent.listen(dir + QStringLiteral("/quirepad.sock")));
-
-        quirepad::test::LogCapture log;
-        QElapsedTimer clock;
-        clock.start();
-        QVERIFY(!SingleInstance::forward(sampleRequest(), dir, 300));
-        QVERIFY(clock.elapsed() >= 250);
-        QCOMPARE(log.count(QStringLiteral("timed out")), 1);
-    }
-
-    void brokenReplyIsNull()
-    {
-        QTemporaryDir tmp;
-        const QString dir = makePrivateDir(tmp, QStringLiteral("run"));
-        QVERIFY(!dir.isEmpty());
-        QLocalServer server;
-        QVERIFY(server.listen(dir + QStringLiteral("/quirepad.sock")));
-        connect(&server, &QLocalServer::newConnection, this, [&server] {
-            QLocalSocket* socket = server.nextPendingConnection();
-            socket->write(header("QPAD", 9, 0));
-            socket->disconnectFromServer();
-        });
-
-        quirepad::test::LogCapture log;
-        ForwardCall call(sampleRequest(), dir);
-        QVERIFY(call.serveUntilFinished());
-        QVERIFY(!call.reply());
-        QCOMPARE(log.count(QStringLiteral("broken reply")), 1);
     }
 
     // --- hostile clients and places --------------------------------------
@@ -784,25 +412,27 @@ private slots:
     void hostileClientIsDropped_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<bool>("closeAfterWriting");
+        QTest::addColumn<QString>("then"); // "wait": for the server to hang up, "stall", "close"
 
-        QTest::newRow("garbage") << QByteArray("garbage garbage garbage") << false;
-        QTest::newRow("huge length") << header("QPAD", 1, 0xffffffffu) << false;
-        QTest::newRow("unknown version") << header("QPAD", 7, 4) + "abcd" << false;
-        QTest::newRow("malformed CBOR") << InstanceMessage::frame("\xbf\x61") << false;
-        QTest::newRow("wrong shape") << InstanceMessage::frame(cbor(with(requestMap(), "kind", 1))) << false;
-        QTest::newRow("half a frame, then gone") << InstanceMessage::encode(sampleRequest()).left(20) << true;
-        QTest::newRow("nothing, then gone") << QByteArray() << true;
+        const QByteArray half = InstanceMessage::encode(sampleRequest()).left(20);
+        QTest::newRow("garbage") << QByteArray("garbage garbage garbage") << "wait";
+        QTest::newRow("huge length") << header("QPAD", 1, 0xffffffffu) << "wait";
+        QTest::newRow("wrong shape") << requestWith("kind", 1) << "wait";
+        QTest::newRow("half a frame, then silence") << half << "stall";
+        QTest::newRow("half a frame, then gone") << half << "close";
+        QTest::newRow("nothing, then gone") << QByteArray() << "close";
     }
 
     void hostileClientIsDropped()
     {
         QFETCH(QByteArray, bytes);
-        QFETCH(bool, closeAfterWriting);
+        QFETCH(QString, then);
 
         QTemporaryDir tmp;
         const QString dir = tmp.filePath(QStringLiteral("run"));
         SingleInstance instance(dir);
+        // Only a stalled client may be left to the idle timeout.
+        instance.setIdleTimeout(std::chrono::milliseconds(then == "stall" ? 200 : 60000));
         int handled = 0;
         instance.setHandler([&](const InstanceRequest& request) {
             ++handled;
@@ -816,7 +446,7 @@ private slots:
         QTRY_COMPARE(instance.activeConnections(), 1);
         client.write(bytes);
         QVERIFY(client.flush() || bytes.isEmpty());
-        if (closeAfterWriting)
+        if (then == "close")
             client.disconnectFromServer();
         else
             QTRY_COMPARE_WITH_TIMEOUT(client.state(), QLocalSocket::UnconnectedState, 5000);
@@ -824,30 +454,10 @@ private slots:
         QCOMPARE(handled, 0);
 
         // The next client is served as usual.
-        ForwardCall call(sampleRequest(), dir);
-        QVERIFY(call.serveUntilFinished());
-        QVERIFY(call.reply());
-        QCOMPARE(call.reply()->out, sampleRequest().arguments.join(QLatin1Char(' ')));
+        const std::optional<InstanceReply> reply = forwardServed(sampleRequest(), dir);
+        QVERIFY(reply);
+        QCOMPARE(reply->out, sampleRequest().arguments.join(QLatin1Char(' ')));
         QCOMPARE(handled, 1);
-    }
-
-    void idleClientIsDropped()
-    {
-        QTemporaryDir tmp;
-        SingleInstance instance(tmp.filePath(QStringLiteral("run")));
-        instance.setIdleTimeout(std::chrono::milliseconds(200));
-        QVERIFY(instance.tryToRun());
-
-        quirepad::test::LogCapture log;
-        QLocalSocket client;
-        client.connectToServer(instance.socketPath());
-        QVERIFY(client.waitForConnected(5000));
-        client.write(InstanceMessage::encode(sampleRequest()).left(12));
-        QVERIFY(client.flush());
-        QTRY_COMPARE(instance.activeConnections(), 1);
-        QTRY_COMPARE_WITH_TIMEOUT(client.state(), QLocalSocket::UnconnectedState, 5000);
-        QCOMPARE(instance.activeConnections(), 0);
-        QCOMPARE(log.count(QStringLiteral("idle")), 1);
     }
 
     void unsafeRuntimeDirIsRefused_data()
@@ -855,16 +465,9 @@ private slots:
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("error");
 
-        QTest::newRow("mode 0777") << "0777"
-                                   << "accessible to other users";
-        QTest::newRow("mode 0750") << "0750"
-                                   << "accessible to other users";
-        QTest::newRow("mode 0701") << "0701"
-                                   << "accessible to other users";
-        QTest::newRow("owned by another user") << "foreign"
-                                               << "not by this user";
-        QTest::newRow("symbolic link") << "symlink"
-                                       << "not a directory";
+        QTest::newRow("mode 0750") << QString("0750") << QString("accessible to other users");
+        QTest::newRow("owned by another user") << QString("foreign") << QString("not by this user");
+        QTest::newRow("symbolic link") << QString("symlink") << QString("not a directory");
     }
 
     void unsafeRuntimeDirIsRefused()
@@ -896,10 +499,8 @@ private slots:
         SingleInstance instance(dir);
         QVERIFY(!instance.tryToRun());
         QVERIFY(!instance.isLocked());
-        QVERIFY(!instance.isListening());
         QVERIFY2(instance.errorString().contains(error), qPrintable(instance.errorString()));
         QVERIFY(!QFileInfo::exists(real + QStringLiteral("/quirepad.lock")));
-        QCOMPARE(log.count(error), 1);
 
         QVERIFY(!SingleInstance::forward(sampleRequest(), dir, 2000));
         QCOMPARE(log.count(error), 2);

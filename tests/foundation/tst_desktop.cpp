@@ -6,16 +6,12 @@
 #include "foundation/XdgWorkspace.h"
 #include "foundation/desktop.h"
 
-#include <QApplication>
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusUnixFileDescriptor>
 #include <QDesktopServices>
-#include <QDir>
 #include <QFile>
-#include <QLineEdit>
 #include <QMutex>
-#include <QMutexLocker>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSignalSpy>
@@ -23,8 +19,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
-#include <QVBoxLayout>
-#include <QWidget>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -62,36 +56,25 @@ class RecordingNotificationServer : public QObject
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
 
 public:
-    struct Call {
-        QString appName;
-        uint replacesId = 0;
-        QString summary;
-        QString body;
-        QStringList actions;
-        QVariantMap hints;
-        int expireTimeout = 0;
-        uint id = 0;
-    };
-    QList<Call> calls;
+    // Each as { app name, replaced id, summary, body, actions, sound-name hint, timeout }; ids count from 41.
+    QList<QVariantList> calls;
 
 public slots:
     uint Notify(const QString& appName, uint replacesId, const QString& appIcon, const QString& summary,
         const QString& body, const QStringList& actions, const QVariantMap& hints, int expireTimeout)
     {
-        const uint id = m_nextId++;
-        calls.append({ appName, replacesId, summary, body, actions, hints, expireTimeout, id });
-        return id;
+        const QVariant sound = hints.value(QStringLiteral("sound-name"));
+        calls.append({ appName, replacesId, summary, body, actions, sound, expireTimeout });
+        return 40 + uint(calls.size());
     }
 
 signals:
     void ActionInvoked(uint id, const QString& actionKey);
     void NotificationClosed(uint id, uint reason);
-
-private:
-    uint m_nextId = 41;
 };
 
-// A file manager that notes what it was asked to show.
+// A file manager that notes what it was asked to show. Its unscriptable
+// open() stands in for the desktop's URL handlers (QDesktopServices).
 class RecordingFileManager : public QObject
 {
     Q_OBJECT
@@ -99,9 +82,11 @@ class RecordingFileManager : public QObject
 
 public:
     QList<QStringList> shownItems;
+    QList<QUrl> opened;
 
 public slots:
-    void ShowItems(const QStringList& uris, const QString& startupId) { shownItems.append(uris); }
+    Q_SCRIPTABLE void ShowItems(const QStringList& uris, const QString& startupId) { shownItems.append(uris); }
+    void open(const QUrl& url) { opened.append(url); }
 };
 
 // logind's inhibitor locks: every lock is the write end of a pipe whose read
@@ -114,10 +99,7 @@ class RecordingLoginManager : public QObject
 
 public:
     struct Request {
-        QString what;
-        QString who;
-        QString why;
-        QString mode;
+        QStringList arguments; // what, who, why, mode
         int lockReadEnd = -1;
     };
 
@@ -142,25 +124,13 @@ public slots:
         const QDBusUnixFileDescriptor lock(ends[1]); // keeps a duplicate
         ::close(ends[1]);
         QMutexLocker locker(&m_mutex);
-        m_requests.append({ what, who, why, mode, ends[0] });
+        m_requests.append({ { what, who, why, mode }, ends[0] });
         return lock;
     }
 
 private:
     mutable QMutex m_mutex;
     QList<Request> m_requests;
-};
-
-// Stands in for the desktop's URL handlers (QDesktopServices::setUrlHandler).
-class RecordingUrlHandler : public QObject
-{
-    Q_OBJECT
-
-public:
-    QList<QUrl> opened;
-
-public slots:
-    void open(const QUrl& url) { opened.append(url); }
 };
 
 class DesktopTest : public QObject
@@ -170,7 +140,6 @@ class DesktopTest : public QObject
 private:
     QTemporaryDir m_busDir;
     QProcess m_daemon;
-    QString m_address;
     QDBusConnection m_client { QString() };
     QDBusConnection m_server { QString() };
     RecordingNotificationServer m_notifications;
@@ -181,12 +150,15 @@ private:
 
     QString makeFile(const QString& name)
     {
-        const QString path = m_files.filePath(name);
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly))
-            return QString();
-        file.write("content");
-        return path;
+        QFile file(m_files.filePath(name));
+        return file.open(QIODevice::WriteOnly) && file.write("content") == 7 ? file.fileName() : QString();
+    }
+
+    // Posts a notification revealing a new file; the id the server gave it.
+    uint post(FreedesktopNotifier& notifier, QSignalSpy& posted, const QString& fileName)
+    {
+        notifier.notify(QStringLiteral("Saved"), QStringLiteral("document"), makeFile(fileName));
+        return posted.wait(5000) ? posted.constLast().constFirst().toUInt() : 0;
     }
 
 private slots:
@@ -195,175 +167,109 @@ private slots:
         const QString daemon = QStandardPaths::findExecutable(QStringLiteral("dbus-daemon"));
         if (daemon.isEmpty())
             QSKIP("dbus-daemon is not installed; these tests need a private message bus (apt-get install dbus)");
-        QVERIFY(m_busDir.isValid());
-        QVERIFY(m_files.isValid());
-
+        QVERIFY(m_busDir.isValid() && m_files.isValid());
         // A bus of our own that activates no services: only what the test
         // registers answers on it.
-        const QString configPath = m_busDir.filePath(QStringLiteral("bus.conf"));
-        QFile config(configPath);
+        QFile config(m_busDir.filePath(QStringLiteral("bus.conf")));
         QVERIFY(config.open(QIODevice::WriteOnly));
-        config.write(
-            QStringLiteral("<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-                           " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                           "<busconfig>\n"
-                           "  <type>session</type>\n"
-                           "  <listen>unix:dir=%1</listen>\n"
-                           "  <auth>EXTERNAL</auth>\n"
-                           "  <policy context=\"default\">\n"
-                           "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
-                           "    <allow eavesdrop=\"true\"/>\n"
-                           "    <allow own=\"*\"/>\n"
-                           "  </policy>\n"
-                           "</busconfig>\n")
-                .arg(m_busDir.path())
-                .toUtf8());
+        config.write("<busconfig><listen>unix:dir=" + QFile::encodeName(m_busDir.path())
+            + "</listen><policy context=\"default\"><allow send_destination=\"*\"/><allow eavesdrop=\"true\"/>"
+              "<allow own=\"*\"/></policy></busconfig>\n");
         config.close();
 
-        m_daemon.setProgram(daemon);
-        m_daemon.setArguments({ QStringLiteral("--config-file=") + configPath, QStringLiteral("--nofork"),
-            QStringLiteral("--print-address") });
-        m_daemon.start();
+        m_daemon.start(daemon,
+            { QStringLiteral("--config-file=") + config.fileName(), QStringLiteral("--nofork"),
+                QStringLiteral("--print-address") });
         QVERIFY2(m_daemon.waitForStarted(10000), qPrintable(m_daemon.errorString()));
-        while (!m_daemon.canReadLine()) {
-            QVERIFY2(m_daemon.waitForReadyRead(10000),
-                qPrintable(QStringLiteral("dbus-daemon printed no address: ")
-                    + QString::fromLocal8Bit(m_daemon.readAllStandardError())));
-        }
-        m_address = QString::fromUtf8(m_daemon.readLine()).trimmed();
-        QVERIFY(!m_address.isEmpty());
+        while (!m_daemon.canReadLine())
+            QVERIFY2(m_daemon.waitForReadyRead(10000), m_daemon.readAllStandardError().constData());
+        const QString address = QString::fromUtf8(m_daemon.readLine()).trimmed();
 
-        m_client = QDBusConnection::connectToBus(m_address, QStringLiteral("quirepad-desktop-client"));
-        m_server = QDBusConnection::connectToBus(m_address, QStringLiteral("quirepad-desktop-server"));
-        QVERIFY2(m_client.isConnected(), qPrintable(m_client.lastError().message()));
-        QVERIFY2(m_server.isConnected(), qPrintable(m_server.lastError().message()));
+        m_client = QDBusConnection::connectToBus(address, QStringLiteral("quirepad-desktop-client"));
+        m_server = QDBusConnection::connectToBus(address, QStringLiteral("quirepad-desktop-server"));
+        QVERIFY2(m_client.isConnected() && m_server.isConnected(), qPrintable(m_client.lastError().message()));
 
         const auto exported = QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals;
         QVERIFY(m_server.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &m_notifications, exported));
-        QVERIFY(m_server.registerService(kNotificationsService));
-        QVERIFY(m_server.registerObject(QStringLiteral("/org/freedesktop/FileManager1"), &m_fileManager, exported));
-        QVERIFY(m_server.registerService(kFileManagerService));
-
+        QVERIFY(m_server.registerObject(
+            QStringLiteral("/org/freedesktop/FileManager1"), &m_fileManager, QDBusConnection::ExportScriptableSlots));
         m_login = std::make_unique<RecordingLoginManager>();
         m_loginThread.start();
         m_login->moveToThread(&m_loginThread);
         QVERIFY(m_server.registerObject(
             QStringLiteral("/org/freedesktop/login1"), m_login.get(), QDBusConnection::ExportAllSlots));
-        // The login1 name is taken only by the tests that want logind.
     }
 
     void cleanupTestCase()
     {
-        Workspace::setCurrent(nullptr);
-        if (m_server.isConnected()) {
-            m_server.unregisterObject(QStringLiteral("/org/freedesktop/login1"));
-            m_server.unregisterObject(QStringLiteral("/org/freedesktop/FileManager1"));
-            m_server.unregisterObject(QStringLiteral("/org/freedesktop/Notifications"));
-        }
+        m_client = m_server = QDBusConnection(QString());
+        QDBusConnection::disconnectFromBus(QStringLiteral("quirepad-desktop-client"));
+        QDBusConnection::disconnectFromBus(QStringLiteral("quirepad-desktop-server"));
         m_loginThread.quit();
         m_loginThread.wait();
         m_login.reset();
-        m_client = QDBusConnection(QString());
-        m_server = QDBusConnection(QString());
-        QDBusConnection::disconnectFromBus(QStringLiteral("quirepad-desktop-client"));
-        QDBusConnection::disconnectFromBus(QStringLiteral("quirepad-desktop-server"));
-        if (m_daemon.state() != QProcess::NotRunning) {
-            m_daemon.terminate();
-            if (!m_daemon.waitForFinished(5000)) {
-                m_daemon.kill();
-                m_daemon.waitForFinished(5000);
-            }
-        }
     }
 
+    // Every test starts with a notification server and a file manager on
+    // the bus, and without logind.
     void init()
     {
+        QVERIFY(m_server.registerService(kNotificationsService));
+        QVERIFY(m_server.registerService(kFileManagerService));
         m_notifications.calls.clear();
         m_fileManager.shownItems.clear();
+        m_fileManager.opened.clear();
         Workspace::setCurrent(std::make_unique<XdgWorkspace>(m_client));
     }
 
-    void cleanup() { Workspace::setCurrent(nullptr); }
+    void cleanup()
+    {
+        Workspace::setCurrent(nullptr);
+        QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
+        m_server.unregisterService(kLoginService);
+    }
 
     void notificationReachesServer()
     {
         FreedesktopNotifier notifier(m_client);
         QSignalSpy posted(&notifier, &FreedesktopNotifier::posted);
-        notifier.notify(QStringLiteral("Saved"), QStringLiteral("report.pdf is ready"));
-
-        QTRY_COMPARE(m_notifications.calls.size(), 1);
-        const auto& call = m_notifications.calls.constFirst();
-        QCOMPARE(call.appName, QStringLiteral("Quirepad"));
-        QCOMPARE(call.summary, QStringLiteral("Saved"));
-        QCOMPARE(call.body, QStringLiteral("report.pdf is ready"));
-        QCOMPARE(call.replacesId, 0u);
-        QCOMPARE(call.expireTimeout, -1);
-        QVERIFY(call.actions.isEmpty());
-        QCOMPARE(call.hints.value(QStringLiteral("sound-name")).toString(), QStringLiteral("message-new-instant"));
-
-        QTRY_COMPARE(posted.size(), 1);
-        QCOMPARE(posted.constFirst().constFirst().toUInt(), call.id);
-    }
-
-    void notificationWithRevealPathOffersActions()
-    {
-        FreedesktopNotifier notifier(m_client);
+        notifier.notify(QStringLiteral("Saved"), QStringLiteral("r.pdf is ready"));
         notifier.notify(QStringLiteral("Printed"), QStringLiteral("3 pages"), makeFile(QStringLiteral("a.pdf")));
 
-        QTRY_COMPARE(m_notifications.calls.size(), 1);
-        const QStringList actions = m_notifications.calls.constFirst().actions;
-        QCOMPARE(actions.size() % 2, 0);
-        QVERIFY(actions.indexOf(QStringLiteral("default")) % 2 == 0);
-        const int reveal = int(actions.indexOf(QStringLiteral("reveal")));
-        QVERIFY(reveal >= 0 && reveal % 2 == 0);
-        QCOMPARE(actions.at(reveal + 1), QStringLiteral("Show in Folder"));
+        QTRY_COMPARE(m_notifications.calls.size(), 2);
+        QCOMPARE(m_notifications.calls.constFirst(),
+            (QVariantList { "Quirepad", 0u, "Saved", "r.pdf is ready", QStringList(), "message-new-instant", -1 }));
+        QTRY_COMPARE(posted.size(), 2);
+        QCOMPARE(posted.constFirst().constFirst().toUInt(), 41u);
+
+        // With a file to reveal: key and title pairs, "default" and "reveal" among the keys.
+        const QStringList actions = m_notifications.calls.at(1).at(4).toStringList();
+        const qsizetype reveal = actions.indexOf(QStringLiteral("reveal"));
+        QVERIFY(actions.size() % 2 == 0 && actions.indexOf(QStringLiteral("default")) % 2 == 0 && reveal % 2 == 0);
+        QCOMPARE(actions.value(reveal + 1), QStringLiteral("Show in Folder"));
     }
 
     void activatingNotificationRevealsFile()
     {
-        const QString path = makeFile(QStringLiteral("Quarterly report é.pdf"));
-        QVERIFY(!path.isEmpty());
         FreedesktopNotifier notifier(m_client);
         QSignalSpy posted(&notifier, &FreedesktopNotifier::posted);
-        notifier.notify(QStringLiteral("Saved"), QStringLiteral("Quarterly report"), path);
-        QTRY_COMPARE(posted.size(), 1);
-        const uint id = posted.constFirst().constFirst().toUInt();
+        const uint id = post(notifier, posted, QStringLiteral("Quarterly report é.pdf"));
+        const uint secondId = post(notifier, posted, QStringLiteral("second.pdf"));
+        const uint closedId = post(notifier, posted, QStringLiteral("closed.pdf"));
+        QVERIFY(id && secondId && closedId);
 
-        // Another notification's activation and an unknown action change nothing.
+        // Another notification's activation, an unknown action and a closed
+        // notification change nothing; signals arrive in order, so once the
+        // later ones are shown the earlier ones were passed over.
         emit m_notifications.ActionInvoked(id + 100, QStringLiteral("default"));
         emit m_notifications.ActionInvoked(id, QStringLiteral("inline-reply"));
+        emit m_notifications.NotificationClosed(closedId, 2);
+        emit m_notifications.ActionInvoked(closedId, QStringLiteral("default"));
         emit m_notifications.ActionInvoked(id, QStringLiteral("default"));
-        QTRY_COMPARE(m_fileManager.shownItems.size(), 1);
-        QCOMPARE(m_fileManager.shownItems.constFirst(), QStringList { fileUri(path) });
-
-        // The "Show in Folder" button of a second notification.
-        const QString second = makeFile(QStringLiteral("second.pdf"));
-        notifier.notify(QStringLiteral("Saved"), QStringLiteral("second"), second);
-        QTRY_COMPARE(posted.size(), 2);
-        emit m_notifications.ActionInvoked(posted.at(1).constFirst().toUInt(), QStringLiteral("reveal"));
+        emit m_notifications.ActionInvoked(secondId, QStringLiteral("reveal"));
         QTRY_COMPARE(m_fileManager.shownItems.size(), 2);
-        QCOMPARE(m_fileManager.shownItems.at(1), QStringList { fileUri(second) });
-    }
-
-    void closedNotificationRevealsNothing()
-    {
-        const QString first = makeFile(QStringLiteral("closed.pdf"));
-        const QString second = makeFile(QStringLiteral("open.pdf"));
-        FreedesktopNotifier notifier(m_client);
-        QSignalSpy posted(&notifier, &FreedesktopNotifier::posted);
-        notifier.notify(QStringLiteral("One"), QString(), first);
-        notifier.notify(QStringLiteral("Two"), QString(), second);
-        QTRY_COMPARE(posted.size(), 2);
-        const uint firstId = posted.at(0).constFirst().toUInt();
-        const uint secondId = posted.at(1).constFirst().toUInt();
-
-        emit m_notifications.NotificationClosed(firstId, 2);
-        emit m_notifications.ActionInvoked(firstId, QStringLiteral("default"));
-        emit m_notifications.ActionInvoked(secondId, QStringLiteral("default"));
-        // Signals arrive in order: once the second is shown, the first was
-        // already passed over.
-        QTRY_COMPARE(m_fileManager.shownItems.size(), 1);
-        QCOMPARE(m_fileManager.shownItems.constFirst(), QStringList { fileUri(second) });
+        QCOMPARE(m_fileManager.shownItems.at(0), QStringList { fileUri(m_files.filePath("Quarterly report é.pdf")) });
+        QCOMPARE(m_fileManager.shownItems.at(1), QStringList { fileUri(m_files.filePath("second.pdf")) });
     }
 
     void notificationWithoutServiceIsOnlyLogged()
@@ -371,131 +277,52 @@ private slots:
         QVERIFY(m_server.unregisterService(kNotificationsService));
         FreedesktopNotifier notifier(m_client);
         QSignalSpy undelivered(&notifier, &FreedesktopNotifier::undelivered);
-        QSignalSpy posted(&notifier, &FreedesktopNotifier::posted);
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("notification .*Nobody - listens")));
         notifier.notify(QStringLiteral("Nobody"), QStringLiteral("listens"));
         QTRY_COMPARE(undelivered.size(), 1);
-        QCOMPARE(undelivered.constFirst().at(0).toString(), QStringLiteral("Nobody"));
-        QCOMPARE(undelivered.constFirst().at(1).toString(), QStringLiteral("listens"));
-        QCOMPARE(posted.size(), 0);
-        QVERIFY(m_server.registerService(kNotificationsService));
+        QCOMPARE(undelivered.constFirst(), (QVariantList { QStringLiteral("Nobody"), QStringLiteral("listens") }));
 
         FreedesktopNotifier offline(QDBusConnection(QStringLiteral("quirepad-never-connected")));
         QSignalSpy offlineUndelivered(&offline, &FreedesktopNotifier::undelivered);
         offline.notify(QStringLiteral("No bus"), QStringLiteral("at all"));
         QCOMPARE(offlineUndelivered.size(), 1);
-        QCOMPARE(m_notifications.calls.size(), 0);
     }
 
     void revealUrlReachesFileManager_data()
     {
-        QTest::addColumn<QString>("name");
         QTest::addColumn<int>("form");
-        QTest::newRow("path text") << "plain.txt" << 0;
-        QTest::newRow("file URL") << "with space.txt" << 1;
-        QTest::newRow("string list") << "Grüße.txt" << 2;
-        QTest::newRow("variant list") << "list item.txt" << 3;
-        QTest::newRow("file URL text") << "url text ü.txt" << 4;
+        int form = 0;
+        for (const char* name : { "path text", "file URL", "string list", "variant list", "file URL text" })
+            QTest::newRow(name) << form++;
     }
 
     void revealUrlReachesFileManager()
     {
-        QFETCH(QString, name);
         QFETCH(int, form);
-        const QString path = makeFile(name);
-        QVERIFY(!path.isEmpty());
-        QVariant value;
-        switch (form) {
-        case 0:
-            value = path;
-            break;
-        case 1:
-            value = QUrl::fromLocalFile(path);
-            break;
-        case 2:
-            value = QStringList { path, QStringLiteral("/elsewhere") };
-            break;
-        case 3:
-            value = QVariantList { QUrl::fromLocalFile(path) };
-            break;
-        default:
-            value = fileUri(path);
-            break;
-        }
-        QVERIFY(reveal_url(value));
+        // Values without a location are refused. Requests go out in order:
+        // once the real one arrives, none came before it.
+        for (const QVariant& nothing : { QVariant(), QVariant(QString()), QVariant(QUrl()), QVariant(QStringList()),
+                 QVariant(m_files.filePath(QStringLiteral("does-not-exist.pdf"))) })
+            QVERIFY(!reveal_url(nothing));
+        const QString path = makeFile(QStringLiteral("Grüße %1 #ü.txt").arg(form));
+        const QVariant forms[] = { path, QUrl::fromLocalFile(path), QStringList { path, QStringLiteral("/elsewhere") },
+            QVariantList { QUrl::fromLocalFile(path) }, fileUri(path) };
+        QVERIFY(reveal_url(forms[form]));
         QTRY_COMPARE(m_fileManager.shownItems.size(), 1);
         QCOMPARE(m_fileManager.shownItems.constFirst(), QStringList { fileUri(path) });
     }
 
-    void revealUrlWithoutLocationIsFalse()
+    void withoutFileManagerRevealOpensFolder()
     {
-        QVERIFY(!reveal_url(QVariant()));
-        QVERIFY(!reveal_url(QString()));
-        QVERIFY(!reveal_url(QStringLiteral("")));
-        QVERIFY(!reveal_url(QUrl()));
-        QVERIFY(!reveal_url(QStringList()));
-        QVERIFY(!reveal_url(QVariantList()));
-        QVERIFY(!reveal_url(m_files.filePath(QStringLiteral("does-not-exist.pdf"))));
-
-        // Requests go out in order: once this one arrives none came before it.
-        const QString path = makeFile(QStringLiteral("marker.txt"));
-        QVERIFY(reveal_url(path));
-        QTRY_COMPARE(m_fileManager.shownItems.size(), 1);
-        QCOMPARE(m_fileManager.shownItems.constFirst(), QStringList { fileUri(path) });
-    }
-
-    void revealOpensFolderWithoutFileManager()
-    {
-        const QString path = makeFile(QStringLiteral("orphan.txt"));
-        RecordingUrlHandler handler;
-        QDesktopServices::setUrlHandler(QStringLiteral("file"), &handler, "open");
+        QDesktopServices::setUrlHandler(QStringLiteral("file"), &m_fileManager, "open");
         QVERIFY(m_server.unregisterService(kFileManagerService));
-
-        const bool revealed = reveal_url(path);
-        QTRY_COMPARE(handler.opened.size(), 1);
-
-        QVERIFY(m_server.registerService(kFileManagerService));
-        QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
-        QVERIFY(revealed);
-        QCOMPARE(handler.opened.constFirst(), QUrl::fromLocalFile(m_files.path()));
-        QCOMPARE(m_fileManager.shownItems.size(), 0);
-    }
-
-    void openUrlUsesDesktopHandlers()
-    {
-        RecordingUrlHandler web;
-        RecordingUrlHandler files;
-        QDesktopServices::setUrlHandler(QStringLiteral("https"), &web, "open");
-        QDesktopServices::setUrlHandler(QStringLiteral("file"), &files, "open");
-
-        const bool openedText = open_url(QStringLiteral("https://example.org/a%20b?q=1"));
-        const bool openedUrl = open_url(QUrl(QStringLiteral("https://example.org/x")));
-        const bool revealedWeb = reveal_url(QStringLiteral("https://example.org/shown"));
-        const bool openedPath = open_url(QStringLiteral("/tmp/some file.pdf"));
-        const bool openedFile = open_file(QStringLiteral("/tmp/other.pdf"));
-        const bool openedNothing = open_url(QVariant()) || open_url(QString()) || open_file(QString());
-
-        QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
-        QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
-
-        QVERIFY(openedText);
-        QVERIFY(openedUrl);
-        QVERIFY(revealedWeb);
-        QVERIFY(openedPath);
-        QVERIFY(openedFile);
-        QVERIFY(!openedNothing);
-        QCOMPARE(web.opened,
-            (QList<QUrl> { QUrl(QStringLiteral("https://example.org/a%20b?q=1")),
-                QUrl(QStringLiteral("https://example.org/x")), QUrl(QStringLiteral("https://example.org/shown")) }));
-        QCOMPARE(files.opened,
-            (QList<QUrl> { QUrl::fromLocalFile(QStringLiteral("/tmp/some file.pdf")),
-                QUrl::fromLocalFile(QStringLiteral("/tmp/other.pdf")) }));
-        QCOMPARE(m_fileManager.shownItems.size(), 0);
+        QVERIFY(reveal_url(makeFile(QStringLiteral("orphan.txt"))));
+        QTRY_COMPARE(m_fileManager.opened, QList<QUrl> { QUrl::fromLocalFile(m_files.path()) });
     }
 
     void bookmarkRoundTrip_data()
     {
         QTest::addColumn<QUrl>("url");
-        QTest::newRow("plain file") << QUrl::fromLocalFile(QStringLiteral("/tmp/report.pdf"));
         QTest::newRow("spaces") << QUrl::fromLocalFile(QStringLiteral("/tmp/My Documents/a b.pdf"));
         QTest::newRow("non-ASCII") << QUrl::fromLocalFile(QStringLiteral("/home/zoë/Überblick – 東京.pdf"));
         QTest::newRow("percent in name") << QUrl::fromLocalFile(QStringLiteral("/tmp/100% done#1.pdf"));
@@ -506,13 +333,10 @@ private slots:
     {
         QFETCH(QUrl, url);
         const QByteArray bookmark = url2bookmark(url);
-        QVERIFY(!bookmark.isEmpty());
         // Kept as plain ASCII, whatever the URL holds.
         for (const char c : bookmark)
             QVERIFY(static_cast<unsigned char>(c) < 0x80 && c > ' ');
-        const QUrl back = bookmark2url(bookmark);
-        QCOMPARE(back, url);
-        QCOMPARE(back.toLocalFile(), url.toLocalFile());
+        QCOMPARE(bookmark2url(bookmark), url);
     }
 
     void bookmarkOfNothing()
@@ -522,77 +346,18 @@ private slots:
         QVERIFY(bookmark2url(QByteArrayLiteral("http://[::1")).isEmpty());
     }
 
-    void cloudSharingOnlyLogs()
-    {
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("no cloud container.*report\\.pdf")));
-        share_icloud(QUrl::fromLocalFile(QStringLiteral("/tmp/report.pdf")), QVariant());
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("no cloud container.*report\\.pdf")));
-        unshare_icloud(QUrl::fromLocalFile(QStringLiteral("/tmp/report.pdf")), QVariant());
-    }
-
-    void responderChainShowsFocus()
-    {
-        QWidget window;
-        window.setObjectName(QStringLiteral("window"));
-        auto* layout = new QVBoxLayout(&window);
-        auto* field = new QLineEdit(&window);
-        field->setObjectName(QStringLiteral("nameField"));
-        layout->addWidget(field);
-        window.show();
-        window.activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(&window));
-        field->setFocus();
-        QTRY_COMPARE(first_responder(), static_cast<QWidget*>(field));
-
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("responder chain")));
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("\\* QLineEdit \"nameField\"")));
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("^ +QWidget \"window\"")));
-        dump_responder_chain(nullptr);
-    }
-
-    void inhibitorWithoutLogindFails()
-    {
-        PowerInhibitor inhibitor(m_client);
-        QVERIFY(!inhibitor.inhibitFor(30));
-        QCOMPARE(inhibitor.heldCount(), 0);
-        QCOMPARE(inhibitor.currentToken(), 0u);
-
-        PowerInhibitor offline(QDBusConnection(QStringLiteral("quirepad-never-connected")));
-        QVERIFY(!offline.inhibitFor(30));
-    }
-
     void inhibitorHoldsLockForItsTime()
     {
-        QVERIFY(m_server.registerService(kLoginService));
-        PowerInhibitor inhibitor(m_client);
-        const bool taken = inhibitor.inhibitFor(0.2);
-        const QList<RecordingLoginManager::Request> requests = m_login->requests();
-        const bool heldRightAfter = !requests.isEmpty() && !hungUp(requests.constLast().lockReadEnd);
-        const int heldCount = inhibitor.heldCount();
-        const quint64 token = inhibitor.currentToken();
-
-        QVERIFY(taken);
-        QCOMPARE(requests.size(), 1);
-        const auto& request = requests.constFirst();
-        QCOMPARE(request.what, QStringLiteral("idle:sleep"));
-        QCOMPARE(request.who, QStringLiteral("Quirepad"));
-        QCOMPARE(request.why, QStringLiteral("Halvern Initiated no-nap"));
-        QCOMPARE(request.mode, QStringLiteral("block"));
-        QVERIFY(heldRightAfter);
-        QCOMPARE(heldCount, 1);
-        QVERIFY(token != 0);
-
-        QTRY_VERIFY(hungUp(request.lockReadEnd));
-        QCOMPARE(inhibitor.heldCount(), 0);
-        QCOMPARE(inhibitor.currentToken(), 0u);
-        QVERIFY(m_server.unregisterService(kLoginService));
-    }
-
-    void laterInhibitionBecomesCurrent()
-    {
-        QVERIFY(m_server.registerService(kLoginService));
-        const qsizetype before = m_login->requests().size();
         auto inhibitor = std::make_unique<PowerInhibitor>(m_client);
+        PowerInhibitor offline(QDBusConnection(QStringLiteral("quirepad-never-connected")));
+        QVERIFY(!offline.inhibitFor(30));
+        QVERIFY(!inhibitor->inhibitFor(30)); // no logind on the bus yet
+        QVERIFY(inhibitor->heldCount() == 0 && inhibitor->currentToken() == 0);
+
+        QVERIFY(m_server.registerService(kLoginService));
+        QVERIFY(!inhibitor->inhibitFor(0));
+        QVERIFY(!inhibitor->inhibitFor(-5));
+        QVERIFY(!inhibitor->inhibitFor(std::numeric_limits<double>::quiet_NaN()));
         QVERIFY(inhibitor->inhibitFor(0.3));
         const quint64 first = inhibitor->currentToken();
         QVERIFY(inhibitor->inhibitFor(600));
@@ -600,10 +365,14 @@ private slots:
         QVERIFY(first != 0 && second != 0 && first != second);
         QCOMPARE(inhibitor->heldCount(), 2);
 
+        // Only the two valid requests went out, and both locks are held.
         const QList<RecordingLoginManager::Request> requests = m_login->requests();
-        QCOMPARE(requests.size(), before + 2);
-        const int firstLock = requests.at(before).lockReadEnd;
-        const int secondLock = requests.at(before + 1).lockReadEnd;
+        QCOMPARE(requests.size(), 2);
+        QCOMPARE(requests.at(0).arguments,
+            (QStringList { "idle:sleep", "Quirepad", "Halvern Initiated no-nap", "block" }));
+        const int firstLock = requests.at(0).lockReadEnd;
+        const int secondLock = requests.at(1).lockReadEnd;
+        QVERIFY(!hungUp(firstLock) && !hungUp(secondLock));
 
         // The earlier lock ends at its own time, the later one stays.
         QTRY_VERIFY(hungUp(firstLock));
@@ -614,22 +383,6 @@ private slots:
         // Going away releases what is still held.
         inhibitor.reset();
         QTRY_VERIFY(hungUp(secondLock));
-        QVERIFY(m_server.unregisterService(kLoginService));
-    }
-
-    void inhibitionNeedsPositiveTime()
-    {
-        QVERIFY(m_server.registerService(kLoginService));
-        const qsizetype before = m_login->requests().size();
-        PowerInhibitor inhibitor(m_client);
-        QVERIFY(!inhibitor.inhibitFor(0));
-        QVERIFY(!inhibitor.inhibitFor(-5));
-        QVERIFY(!inhibitor.inhibitFor(std::numeric_limits<double>::quiet_NaN()));
-        QCOMPARE(inhibitor.heldCount(), 0);
-        // A real request afterwards shows that none went out before it.
-        QVERIFY(inhibitor.inhibitFor(0.05));
-        QCOMPARE(m_login->requests().size(), before + 1);
-        QVERIFY(m_server.unregisterService(kLoginService));
     }
 };
 

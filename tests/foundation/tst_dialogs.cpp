@@ -22,6 +22,8 @@
 using namespace quirepad;
 using Kind = ScriptedDialogService::Kind;
 
+Q_DECLARE_METATYPE(Kind)
+
 namespace {
 
 // Bumped after every test function, so that a watch left over from one test
@@ -56,14 +58,51 @@ void whenModalShows(std::function<void(QWidget*)> action, bool* watchdogFired, i
     });
 }
 
-QPushButton* buttonTitled(QWidget* window, const QString& title)
+// One dialog of the given kind, with fixed buttons and initial value; the
+// answer as a variant, invalid for a null prompt answer.
+QVariant ask(Kind kind, const QString& text)
 {
-    const auto buttons = window->findChildren<QPushButton*>();
-    for (QPushButton* button : buttons) {
-        if (button->text() == title)
-            return button;
+    switch (kind) {
+    case Kind::Alert:
+        return MYDisplayAlert(text);
+    case Kind::Question:
+        return MYDisplayQuestion(text, QStringLiteral("Delete"), QStringLiteral("Keep"));
+    default: {
+        const QString answer
+            = MYDisplayPrompt(text, QStringLiteral("untitled"), QStringLiteral("Save"), QStringLiteral("Cancel"));
+        return answer.isNull() ? QVariant() : QVariant(answer);
     }
-    return nullptr;
+    }
+}
+
+// The headline and explanation as the window shows them, "|" after each.
+QString shownText(QWidget* window)
+{
+    if (auto* box = qobject_cast<QMessageBox*>(window))
+        return box->text() + u'|' + box->informativeText() + u'|';
+    QString text;
+    for (QLabel* label : window->findChildren<QLabel*>())
+        text += label->text() + u'|';
+    return text;
+}
+
+// Carries out steps on a window: "Return", "Escape", "clear", "type <text>"
+// into the prompt field, "click <button title>".
+void perform(QWidget* window, const QStringList& steps)
+{
+    auto* field = window->findChild<QLineEdit*>(QLatin1String(QtDialogService::PromptFieldName));
+    for (const QString& step : steps) {
+        if (step == QLatin1String("Return") || step == QLatin1String("Escape"))
+            QTest::keyClick(window, step == QLatin1String("Return") ? Qt::Key_Return : Qt::Key_Escape);
+        else if (step == QLatin1String("clear") && field)
+            field->clear();
+        else if (step.startsWith(QLatin1String("type ")) && field)
+            QTest::keyClicks(field, step.mid(5));
+        for (QPushButton* button : window->findChildren<QPushButton*>()) {
+            if (step == QLatin1String("click ") + button->text())
+                QTest::mouseClick(button, Qt::LeftButton);
+        }
+    }
 }
 
 } // namespace
@@ -74,16 +113,6 @@ class DialogsTest : public QObject
 
 private:
     ScriptedDialogService* m_scripted = nullptr;
-    bool m_watchdogFired = false;
-
-    void useQtDialogs()
-    {
-        // Notifications are not exercised here; a bus that is never
-        // connected keeps them in the log.
-        DialogService::setCurrent(
-            std::make_unique<QtDialogService>(QDBusConnection(QStringLiteral("quirepad-no-bus"))));
-        m_scripted = nullptr;
-    }
 
 private slots:
     void init()
@@ -91,7 +120,6 @@ private slots:
         auto scripted = std::make_unique<ScriptedDialogService>();
         m_scripted = scripted.get();
         DialogService::setCurrent(std::move(scripted));
-        m_watchdogFired = false;
     }
 
     void cleanup()
@@ -108,110 +136,72 @@ private slots:
         QVERIFY(dynamic_cast<ScriptedDialogService*>(&DialogService::current()) != nullptr);
     }
 
-    void alertSplitsAtFirstNewline_data()
+    void textSplitsAtFirstNewline_data()
     {
+        QTest::addColumn<Kind>("kind");
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("message");
         QTest::addColumn<QString>("informative");
-        QTest::newRow("one line") << "Printing finished"
-                                  << "Printing finished"
-                                  << "";
-        QTest::newRow("two lines") << "Printing finished\n12 pages"
-                                   << "Printing finished"
-                                   << "12 pages";
-        QTest::newRow("several lines") << "Title\nfirst\nsecond\n"
-                                       << "Title"
-                                       << "first\nsecond\n";
-        QTest::newRow("leading newline") << "\nonly details"
-                                         << ""
-                                         << "only details";
-        QTest::newRow("percent signs") << "100% done\n50%d left"
-                                       << "100% done"
-                                       << "50%d left";
+        QTest::newRow("alert, one line") << Kind::Alert << "Printing finished" << "Printing finished" << "";
+        QTest::newRow("alert, several lines") << Kind::Alert << "Title\nfirst\nsecond\n" << "Title"
+                                              << "first\nsecond\n";
+        QTest::newRow("alert, leading newline") << Kind::Alert << "\nonly details" << "" << "only details";
+        QTest::newRow("alert, percent signs") << Kind::Alert << "100% done\n50%d left" << "100% done" << "50%d left";
+        QTest::newRow("question, one line") << Kind::Question << "Overwrite the file?" << "Alert"
+                                            << "Overwrite the file?";
+        QTest::newRow("question, several lines") << Kind::Question << "A\nB\nC" << "A" << "B\nC";
+        QTest::newRow("prompt, one line") << Kind::Prompt << "Use %@ or 100%" << "Prompt" << "Use %@ or 100%";
+        QTest::newRow("prompt, several lines") << Kind::Prompt << "Save as\nline 1\nline 2" << "Save as"
+                                               << "line 1\nline 2";
     }
 
-    void alertSplitsAtFirstNewline()
+    void textSplitsAtFirstNewline()
     {
+        QFETCH(Kind, kind);
         QFETCH(QString, text);
         QFETCH(QString, message);
         QFETCH(QString, informative);
-
-        QCOMPARE(MYDisplayAlert(text), DialogService::FirstButtonResponse);
+        ask(kind, text);
         QCOMPARE(m_scripted->interactions().size(), 1);
         const auto& shown = m_scripted->interactions().constFirst();
-        QCOMPARE(shown.kind, Kind::Alert);
+        QCOMPARE(shown.kind, kind);
         QCOMPARE(shown.message, message);
         QCOMPARE(shown.informative, informative);
-        QCOMPARE(shown.defaultButton, QStringLiteral("OK"));
     }
 
-    void questionSplitsAtFirstNewline_data()
+    void buttonsAndDefaults()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QString>("informative");
-        QTest::newRow("one line") << "Overwrite the file?"
-                                  << "Alert"
-                                  << "Overwrite the file?";
-        QTest::newRow("two lines") << "Overwrite?\nThe file exists."
-                                   << "Overwrite?"
-                                   << "The file exists.";
-        QTest::newRow("several lines") << "A\nB\nC"
-                                       << "A"
-                                       << "B\nC";
+        // Unscripted answers are those of Return: the default button.
+        QCOMPARE(ask(Kind::Alert, QStringLiteral("hello")), QVariant(1000));
+        QCOMPARE(ask(Kind::Question, QStringLiteral("Delete?")), QVariant(false));
+        QCOMPARE(ask(Kind::Prompt, QStringLiteral("Name")), QVariant(QStringLiteral("untitled")));
+        const auto& shown = m_scripted->interactions();
+        QCOMPARE(shown.at(0).defaultButton, QStringLiteral("OK"));
+        // The negative answer is the default button of a question.
+        QCOMPARE(shown.at(1).defaultButton, QStringLiteral("Keep"));
+        QCOMPARE(shown.at(1).alternateButton, QStringLiteral("Delete"));
+        QCOMPARE(shown.at(2).defaultButton, QStringLiteral("Save"));
+        QCOMPARE(shown.at(2).alternateButton, QStringLiteral("Cancel"));
+        QCOMPARE(shown.at(2).initialValue, QStringLiteral("untitled"));
+        QVERIFY(MYDisplayPrompt(QStringLiteral("Name"), QString(), QStringLiteral("OK"), QStringLiteral("Cancel"))
+                    .isNull());
     }
 
-    void questionSplitsAtFirstNewline()
+    void scriptedAnswersAreUsedInOrder()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, message);
-        QFETCH(QString, informative);
+        for (const QVariant& answer : { QVariant(1001), QVariant(true), QVariant(false),
+                 QVariant(QStringLiteral("report.pdf")), QVariant(), QVariant(QStringLiteral("")) })
+            m_scripted->enqueueAnswer(answer);
 
-        QCOMPARE(MYDisplayQuestion(text, QStringLiteral("Replace"), QStringLiteral("Keep")), false);
-        QCOMPARE(m_scripted->interactions().size(), 1);
-        const auto& asked = m_scripted->interactions().constFirst();
-        QCOMPARE(asked.kind, Kind::Question);
-        QCOMPARE(asked.message, message);
-        QCOMPARE(asked.informative, informative);
-        // The negative answer is the default button.
-        QCOMPARE(asked.defaultButton, QStringLiteral("Keep"));
-        QCOMPARE(asked.alternateButton, QStringLiteral("Replace"));
-    }
-
-    void promptSplitsAtFirstNewline_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QString>("informative");
-        QTest::newRow("one line") << "Name the copy"
-                                  << "Prompt"
-                                  << "Name the copy";
-        QTest::newRow("percent signs kept") << "Use %@ or 100%"
-                                            << "Prompt"
-                                            << "Use %@ or 100%";
-        QTest::newRow("two lines") << "Save as\nChoose a name"
-                                   << "Save as"
-                                   << "Choose a name";
-        QTest::newRow("several lines") << "Save as\nline 1\nline 2"
-                                       << "Save as"
-                                       << "line 1\nline 2";
-    }
-
-    void promptSplitsAtFirstNewline()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, message);
-        QFETCH(QString, informative);
-
-        MYDisplayPrompt(text, QStringLiteral("draft"), QStringLiteral("Save"), QStringLiteral("Cancel"));
-        QCOMPARE(m_scripted->interactions().size(), 1);
-        const auto& asked = m_scripted->interactions().constFirst();
-        QCOMPARE(asked.kind, Kind::Prompt);
-        QCOMPARE(asked.message, message);
-        QCOMPARE(asked.informative, informative);
-        QCOMPARE(asked.initialValue, QStringLiteral("draft"));
-        QCOMPARE(asked.defaultButton, QStringLiteral("Save"));
-        QCOMPARE(asked.alternateButton, QStringLiteral("Cancel"));
+        QCOMPARE(ask(Kind::Alert, QStringLiteral("first")), QVariant(1001));
+        QCOMPARE(ask(Kind::Question, QStringLiteral("Go on?")), QVariant(true));
+        QCOMPARE(ask(Kind::Question, QStringLiteral("Really?")), QVariant(false));
+        QCOMPARE(ask(Kind::Prompt, QStringLiteral("Name")), QVariant(QStringLiteral("report.pdf")));
+        QCOMPARE(ask(Kind::Prompt, QStringLiteral("Cancelled")), QVariant());
+        // An empty answer to a prompt is no answer.
+        QCOMPARE(ask(Kind::Prompt, QStringLiteral("Emptied")), QVariant());
+        QVERIFY(!m_scripted->interactions().at(5).answer.isValid());
+        QCOMPARE(m_scripted->pendingAnswers(), 0);
     }
 
     void errorShowsDescriptionAndExplanation()
@@ -223,77 +213,19 @@ private slots:
         error.failureReason = QStringLiteral("The disk is full.");
         error.recoverySuggestion = QStringLiteral("Free some space and try again.");
         QCOMPARE(MYDisplayError(error), DialogService::FirstButtonResponse);
-
         Error bare;
         bare.domain = QStringLiteral("quirepad.net");
         bare.code = 7;
         MYDisplayError(bare);
 
-        QCOMPARE(m_scripted->interactions().size(), 2);
         const auto& shown = m_scripted->interactions().at(0);
         QCOMPARE(shown.kind, Kind::Error);
         QCOMPARE(shown.message, error.description);
         QVERIFY(shown.informative.contains(error.failureReason));
         QVERIFY(shown.informative.contains(error.recoverySuggestion));
         const auto& bareShown = m_scripted->interactions().at(1);
-        QVERIFY(bareShown.message.contains(QStringLiteral("quirepad.net")));
-        QVERIFY(bareShown.message.contains(QStringLiteral("7")));
+        QVERIFY(bareShown.message.contains(QStringLiteral("quirepad.net")) && bareShown.message.contains(u'7'));
         QVERIFY(bareShown.informative.isEmpty());
-    }
-
-    void scriptedAnswersAreUsedInOrder()
-    {
-        m_scripted->enqueueAnswer(1001);
-        m_scripted->enqueueAnswer(true);
-        m_scripted->enqueueAnswer(false);
-        m_scripted->enqueueAnswer(QStringLiteral("report.pdf"));
-        m_scripted->enqueueAnswer(QVariant());
-        QCOMPARE(m_scripted->pendingAnswers(), 5);
-
-        QCOMPARE(MYDisplayAlert(QStringLiteral("first")), 1001);
-        QCOMPARE(MYDisplayQuestion(QStringLiteral("Go on?"), QStringLiteral("Yes"), QStringLiteral("No")), true);
-        QCOMPARE(MYDisplayQuestion(QStringLiteral("Really?"), QStringLiteral("Yes"), QStringLiteral("No")), false);
-        QCOMPARE(MYDisplayPrompt(
-                     QStringLiteral("Name"), QStringLiteral("x"), QStringLiteral("OK"), QStringLiteral("Cancel")),
-            QStringLiteral("report.pdf"));
-        const QString cancelled = MYDisplayPrompt(
-            QStringLiteral("Name"), QStringLiteral("x"), QStringLiteral("OK"), QStringLiteral("Cancel"));
-        QVERIFY(cancelled.isNull());
-        QCOMPARE(m_scripted->pendingAnswers(), 0);
-        QCOMPARE(m_scripted->interactions().size(), 5);
-        QCOMPARE(m_scripted->interactions().at(1).answer, QVariant(true));
-    }
-
-    void unscriptedAnswersAreThoseOfReturn()
-    {
-        QCOMPARE(MYDisplayAlert(QStringLiteral("hello")), 1000);
-        QCOMPARE(MYDisplayQuestion(QStringLiteral("Delete?"), QStringLiteral("Delete"), QStringLiteral("Keep")), false);
-        QCOMPARE(MYDisplayPrompt(QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"),
-                     QStringLiteral("Cancel")),
-            QStringLiteral("untitled"));
-        QVERIFY(MYDisplayPrompt(QStringLiteral("Name"), QString(), QStringLiteral("OK"), QStringLiteral("Cancel"))
-                    .isNull());
-    }
-
-    void emptyPromptAnswerIsNull()
-    {
-        m_scripted->enqueueAnswer(QString(QLatin1String("")));
-        const QString answer = MYDisplayPrompt(
-            QStringLiteral("Name"), QStringLiteral("old"), QStringLiteral("OK"), QStringLiteral("Cancel"));
-        QVERIFY(answer.isNull());
-        QVERIFY(!m_scripted->interactions().constFirst().answer.isValid());
-    }
-
-    void notificationsAreRecorded()
-    {
-        MYDisplayNotification(
-            QStringLiteral("Saved"), QStringLiteral("report.pdf is ready"), QStringLiteral("/tmp/report.pdf"));
-        QCOMPARE(m_scripted->interactions().size(), 1);
-        const auto& posted = m_scripted->interactions().constFirst();
-        QCOMPARE(posted.kind, Kind::Notification);
-        QCOMPARE(posted.message, QStringLiteral("Saved"));
-        QCOMPARE(posted.informative, QStringLiteral("report.pdf is ready"));
-        QCOMPARE(posted.revealPath, QStringLiteral("/tmp/report.pdf"));
     }
 
     void notificationsCanBeDisabled()
@@ -309,179 +241,68 @@ private slots:
         QCOMPARE(m_scripted->interactions().size(), 0);
 
         settings->setValue(QStringLiteral("disable_all_displaynotifications"), false);
-        MYDisplayNotification(QStringLiteral("Shown"), QStringLiteral("shown"));
+        MYDisplayNotification(QStringLiteral("Saved"), QStringLiteral("r.pdf is ready"), QStringLiteral("/tmp/r.pdf"));
         QCOMPARE(m_scripted->interactions().size(), 1);
-        QCOMPARE(m_scripted->interactions().constFirst().message, QStringLiteral("Shown"));
-
-        UserDefaults::setStandard(nullptr);
+        const auto& posted = m_scripted->interactions().constFirst();
+        QCOMPARE(posted.kind, Kind::Notification);
+        QCOMPARE(posted.message, QStringLiteral("Saved"));
+        QCOMPARE(posted.informative, QStringLiteral("r.pdf is ready"));
+        QCOMPARE(posted.revealPath, QStringLiteral("/tmp/r.pdf"));
     }
 
-    // Real windows from here on, answered with the keyboard and the mouse.
-
-    void alertWindowAnswersReturnWithFirstButton()
+    // Real windows, answered with the keyboard and the mouse.
+    void windowAnswers_data()
     {
-        useQtDialogs();
-        QString shownText;
-        QString shownInformative;
+        QTest::addColumn<Kind>("kind");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QString>("shown");
+        QTest::addColumn<QVariant>("answer");
+        QTest::newRow("alert, Return") << Kind::Alert << "Printed\n<b>12</b> pages" << QStringList { "Return" }
+                                       << "Printed|<b>12</b> pages|" << QVariant(1000);
+        QTest::newRow("question, Return") << Kind::Question << "Delete the file?" << QStringList { "Return" }
+                                          << "Alert|Delete the file?|" << QVariant(false);
+        QTest::newRow("question, Escape") << Kind::Question << "Delete?" << QStringList { "Escape" }
+                                          << "Alert|Delete?|" << QVariant(false);
+        QTest::newRow("question, affirmative") << Kind::Question << "Delete?\nIt cannot be undone."
+                                               << QStringList { "click Delete" } << "Delete?|It cannot be undone.|"
+                                               << QVariant(true);
+        QTest::newRow("prompt, typed") << Kind::Prompt << "Save as\nName the 100% copy"
+                                       << QStringList { "clear", "type Quarterly report", "Return" }
+                                       << "Save as|Name the 100% copy|" << QVariant(QStringLiteral("Quarterly report"));
+        QTest::newRow("prompt, Return") << Kind::Prompt << "Name" << QStringList { "Return" } << "Prompt|Name|"
+                                        << QVariant(QStringLiteral("untitled"));
+        QTest::newRow("prompt, cleared") << Kind::Prompt << "Name" << QStringList { "clear", "Return" }
+                                         << "Prompt|Name|" << QVariant();
+        QTest::newRow("prompt, Escape") << Kind::Prompt << "Name" << QStringList { "type  edited", "Escape" }
+                                        << "Prompt|Name|" << QVariant();
+        QTest::newRow("prompt, cancel button") << Kind::Prompt << "Name" << QStringList { "click Cancel" }
+                                               << "Prompt|Name|" << QVariant();
+    }
+
+    void windowAnswers()
+    {
+        QFETCH(Kind, kind);
+        QFETCH(QString, text);
+        QFETCH(QStringList, steps);
+        QFETCH(QString, shown);
+        QFETCH(QVariant, answer);
+        // A bus that is never connected keeps notifications in the log.
+        DialogService::setCurrent(
+            std::make_unique<QtDialogService>(QDBusConnection(QStringLiteral("quirepad-no-bus"))));
+        m_scripted = nullptr;
+        bool watchdogFired = false;
+        QString seen;
         whenModalShows(
             [&](QWidget* modal) {
-                if (auto* box = qobject_cast<QMessageBox*>(modal)) {
-                    shownText = box->text();
-                    shownInformative = box->informativeText();
-                }
-                QTest::keyClick(modal, Qt::Key_Return);
+                seen = shownText(modal);
+                perform(modal, steps);
             },
-            &m_watchdogFired);
-        QCOMPARE(MYDisplayAlert(QStringLiteral("Printing finished\n<b>12</b> pages")), 1000);
-        QVERIFY(!m_watchdogFired);
-        QCOMPARE(shownText, QStringLiteral("Printing finished"));
-        QCOMPARE(shownInformative, QStringLiteral("<b>12</b> pages"));
-    }
-
-    void questionWindowReturnChoosesNegative()
-    {
-        useQtDialogs();
-        QString defaultTitle;
-        QString escapeTitle;
-        QString shownText;
-        whenModalShows(
-            [&](QWidget* modal) {
-                if (auto* box = qobject_cast<QMessageBox*>(modal)) {
-                    shownText = box->text();
-                    if (box->defaultButton())
-                        defaultTitle = box->defaultButton()->text();
-                    if (box->escapeButton())
-                        escapeTitle = box->escapeButton()->text();
-                }
-                QTest::keyClick(modal, Qt::Key_Return);
-            },
-            &m_watchdogFired);
-        const bool answer
-            = MYDisplayQuestion(QStringLiteral("Delete the file?"), QStringLiteral("Delete"), QStringLiteral("Keep"));
-        QVERIFY(!m_watchdogFired);
-        QCOMPARE(answer, false);
-        QCOMPARE(shownText, QStringLiteral("Alert"));
-        QCOMPARE(defaultTitle, QStringLiteral("Keep"));
-        QCOMPARE(escapeTitle, QStringLiteral("Keep"));
-    }
-
-    void questionWindowAffirmativeClickAnswersTrue()
-    {
-        useQtDialogs();
-        bool clicked = false;
-        whenModalShows(
-            [&](QWidget* modal) {
-                if (QPushButton* affirmative = buttonTitled(modal, QStringLiteral("Delete"))) {
-                    QTest::mouseClick(affirmative, Qt::LeftButton);
-                    clicked = true;
-                }
-            },
-            &m_watchdogFired);
-        const bool answer = MYDisplayQuestion(
-            QStringLiteral("Delete?\nIt cannot be undone."), QStringLiteral("Delete"), QStringLiteral("Keep"));
-        QVERIFY(!m_watchdogFired);
-        QVERIFY(clicked);
-        QCOMPARE(answer, true);
-    }
-
-    void questionWindowEscapeChoosesNegative()
-    {
-        useQtDialogs();
-        whenModalShows([&](QWidget* modal) { QTest::keyClick(modal, Qt::Key_Escape); }, &m_watchdogFired);
-        const bool answer
-            = MYDisplayQuestion(QStringLiteral("Delete?"), QStringLiteral("Delete"), QStringLiteral("Keep"));
-        QVERIFY(!m_watchdogFired);
-        QCOMPARE(answer, false);
-    }
-
-    void promptWindowReturnsTypedText()
-    {
-        useQtDialogs();
-        QString initialShown;
-        QSize fieldSize;
-        QString labels;
-        whenModalShows(
-            [&](QWidget* modal) {
-                auto* field = modal->findChild<QLineEdit*>(QLatin1String(QtDialogService::PromptFieldName));
-                if (!field)
-                    return QTest::keyClick(modal, Qt::Key_Escape);
-                initialShown = field->text();
-                fieldSize = field->size();
-                for (QLabel* label : modal->findChildren<QLabel*>())
-                    labels += label->text() + u'|';
-                field->clear();
-                QTest::keyClicks(field, QStringLiteral("Quarterly report"));
-                QTest::keyClick(modal, Qt::Key_Return);
-            },
-            &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(QStringLiteral("Save as\nName the 100% copy"),
-            QStringLiteral("untitled"), QStringLiteral("Save"), QStringLiteral("Cancel"));
-        QVERIFY(!m_watchdogFired);
-        QCOMPARE(answer, QStringLiteral("Quarterly report"));
-        QCOMPARE(initialShown, QStringLiteral("untitled"));
-        QCOMPARE(fieldSize, QSize(300, 24));
-        QCOMPARE(labels, QStringLiteral("Save as|Name the 100% copy|"));
-    }
-
-    void promptWindowReturnKeepsInitialValue()
-    {
-        useQtDialogs();
-        whenModalShows([&](QWidget* modal) { QTest::keyClick(modal, Qt::Key_Return); }, &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(
-            QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"), QStringLiteral("Cancel"));
-        QVERIFY(!m_watchdogFired);
-        QCOMPARE(answer, QStringLiteral("untitled"));
-    }
-
-    void promptWindowClearedFieldAnswersNull()
-    {
-        useQtDialogs();
-        whenModalShows(
-            [&](QWidget* modal) {
-                if (auto* field = modal->findChild<QLineEdit*>(QLatin1String(QtDialogService::PromptFieldName)))
-                    field->clear();
-                QTest::keyClick(modal, Qt::Key_Return);
-            },
-            &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(
-            QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"), QStringLiteral("Cancel"));
-        QVERIFY(!m_watchdogFired);
-        QVERIFY(answer.isNull());
-    }
-
-    void promptWindowEscapeAnswersNull()
-    {
-        useQtDialogs();
-        whenModalShows(
-            [&](QWidget* modal) {
-                if (auto* field = modal->findChild<QLineEdit*>(QLatin1String(QtDialogService::PromptFieldName)))
-                    QTest::keyClicks(field, QStringLiteral(" edited"));
-                QTest::keyClick(modal, Qt::Key_Escape);
-            },
-            &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(
-            QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"), QStringLiteral("Cancel"));
-        QVERIFY(!m_watchdogFired);
-        QVERIFY(answer.isNull());
-    }
-
-    void promptWindowCancelButtonAnswersNull()
-    {
-        useQtDialogs();
-        bool clicked = false;
-        whenModalShows(
-            [&](QWidget* modal) {
-                if (QPushButton* cancel = buttonTitled(modal, QStringLiteral("Not now"))) {
-                    QTest::mouseClick(cancel, Qt::LeftButton);
-                    clicked = true;
-                }
-            },
-            &m_watchdogFired);
-        const QString answer = MYDisplayPrompt(
-            QStringLiteral("Name"), QStringLiteral("untitled"), QStringLiteral("OK"), QStringLiteral("Not now"));
-        QVERIFY(!m_watchdogFired);
-        QVERIFY(clicked);
-        QVERIFY(answer.isNull());
+            &watchdogFired);
+        const QVariant given = ask(kind, text);
+        QVERIFY(!watchdogFired);
+        QCOMPARE(given, answer);
+        QCOMPARE(seen, shown);
     }
 };
 
