@@ -1,16 +1,17 @@
+#include "TestFiles.h"
 #include "TestRegistry.h"
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <csignal>
+
+using namespace quirepad::test;
 
 namespace {
 
@@ -18,6 +19,9 @@ struct Run {
     int status = -1;
     QString out;
     QString err;
+    // Ended with the status, having written the text (or a single line) to stderr.
+    bool reported(int expected, const QString& text) const { return status == expected && err.contains(text); }
+    bool reportedOneLine(int expected) const { return status == expected && err.count('\n') == 1; }
 };
 
 // One user account for the executable: its own home, data, config and
@@ -27,10 +31,10 @@ class Account
 public:
     explicit Account(const QString& root, const QString& runtime = QString())
         : m_root(root)
+        , m_runtime(runtime.isEmpty() ? root + "/run" : runtime)
     {
         for (const char* sub : {"home", "data", "config", "cache"})
             QDir().mkpath(root + '/' + sub);
-        m_runtime = runtime.isEmpty() ? root + "/run" : runtime;
         QDir().mkpath(m_runtime);
         QFile::setPermissions(m_runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
@@ -39,41 +43,53 @@ public:
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("HOME", m_root + "/home");
-        env.insert("XDG_DATA_HOME", m_root + "/data");
-        env.insert("XDG_CONFIG_HOME", m_root + "/config");
-        env.insert("XDG_CACHE_HOME", m_root + "/cache");
+        for (const QString sub : {"data", "config", "cache"})
+            env.insert("XDG_" + sub.toUpper() + "_HOME", m_root + '/' + sub);
         env.insert("XDG_RUNTIME_DIR", m_runtime);
         env.insert("QT_QPA_PLATFORM", "offscreen");
         return env;
     }
 
-    Run run(const QStringList& arguments, const QString& workingDirectory = QString()) const
+    Run run(const QStringList& arguments) const
     {
         QProcess process;
         process.setProcessEnvironment(environment());
-        process.setWorkingDirectory(workingDirectory.isEmpty() ? m_root : workingDirectory);
+        process.setWorkingDirectory(m_root);
         process.start(executable(), arguments);
-        Run result;
         if (!process.waitForFinished(60000))
-            return result;
-        result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-        result.out = QString::fromUtf8(process.readAllStandardOutput());
-        result.err = QString::fromUtf8(process.readAllStandardError());
-        return result;
+            return {};
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
     }
 
-    QJsonArray destinations() const
+    // The printed record id of a command that adds a destination.
+    QString add(const QStringList& arguments) const { return run(QStringList{"destinations"} + arguments).out.trimmed(); }
+
+    // For every destination, in listed order, its values at the key paths
+    // ("name", "config.appid") joined by '|'; "(none)" for one not set.
+    QStringList listed(const QStringList& keyPaths = {"name", "order"}) const
     {
-        const Run r = run({"destinations", "list", "--json"});
-        return QJsonDocument::fromJson(r.out.toUtf8()).array();
+        QStringList lines;
+        for (const QJsonValue& record : QJsonDocument::fromJson(run({"destinations", "list", "--json"}).out.toUtf8()).array()) {
+            QStringList texts;
+            for (const QString& keyPath : keyPaths) {
+                QJsonValue value = record;
+                for (const QString& key : keyPath.split('.'))
+                    value = value[key];
+                texts << (value.isUndefined() ? QStringLiteral("(none)") : value.toVariant().toString());
+            }
+            lines << texts.join('|');
+        }
+        return lines;
     }
 
-    QJsonObject destination(const QString& recid) const
+    // The values of the destination with that record id, as listed() shows them.
+    QString values(const QString& recid, const QStringList& keyPaths) const
     {
-        for (const QJsonValue& value : destinations())
-            if (value.toObject().value("recid").toString() == recid)
-                return value.toObject();
-        return {};
+        for (const QString& line : listed(QStringList{"recid"} + keyPaths))
+            if (line.startsWith(recid + '|'))
+                return line.mid(recid.size() + 1);
+        return QStringLiteral("(no record)");
     }
 
     QString storePath() const { return m_root + "/data/com.halvern.Quirepad/Quirepad.internalbd"; }
@@ -85,15 +101,6 @@ private:
     QString m_root;
     QString m_runtime;
 };
-
-QStringList namesInOrder(const QJsonArray& list)
-{
-    QStringList names;
-    for (const QJsonValue& value : list)
-        names << value.toObject().value("name").toString() + ':'
-                     + QString::number(value.toObject().value("order").toInteger());
-    return names;
-}
 
 } // namespace
 
@@ -110,223 +117,155 @@ private slots:
     {
         const Account account = fresh();
         const Run version = account.run({"--version"});
-        QCOMPARE(version.status, 0);
-        QVERIFY(version.out.startsWith("quirepad "));
+        QVERIFY(version.status == 0 && version.out.startsWith("quirepad "));
         const Run help = account.run({"--help"});
         QCOMPARE(help.status, 0);
         for (const char* word : {"destinations", "defaults", "add-path", "export FILE [ID]", "--headless"})
             QVERIFY2(help.out.contains(word), word);
-        const Run unknown = account.run({"frobnicate"});
-        QCOMPARE(unknown.status, 2);
-        QCOMPARE(unknown.err.count('\n'), 1);
-    }
-
-    void freshAccountListsTheBuiltins()
-    {
-        const Account account = fresh();
-        QCOMPARE(namesInOrder(account.destinations()), (QStringList{"Open in Preview:1", "Copy to Desktop:2"}));
-        const Run text = account.run({"destinations", "list"});
-        QCOMPARE(text.status, 0);
-        QVERIFY(text.out.contains("config.appid=com.apple.Preview"));
-        QVERIFY(QFile::exists(account.storePath()));
+        QVERIFY(account.run({"frobnicate"}).reportedOneLine(2));
     }
 
     void addingEveryKind()
     {
         const Account account = fresh();
-        const Run folder = account.run({"destinations", "add", "F", "  Scans  "});
-        QCOMPARE(folder.status, 0);
-        const QString recid = folder.out.trimmed();
+        const QString recid = account.add({"add", "F", "  Scans  "});
         QCOMPARE(recid.size(), 36);
-        const QJsonObject scans = account.destination(recid);
-        QCOMPARE(scans.value("name").toString(), QStringLiteral("Scans"));
-        QCOMPARE(scans.value("name_pattern").toString(), QStringLiteral("Output-%t.pdf"));
-        QCOMPARE(scans.value("order").toInteger(), 0);
-        QCOMPARE(scans.value("config").toObject().value("output_dir").toString(),
-                 QUrl::fromLocalFile(account.root() + "/home/Desktop/").toString(QUrl::FullyEncoded));
-
+        QCOMPARE(account.values(recid, {"name", "name_pattern", "order", "config.output_dir"}),
+                 "Scans|Output-%t.pdf|0|" + QUrl::fromLocalFile(account.root() + "/home/Desktop/").toString(QUrl::FullyEncoded));
         const Run odd = account.run({"destinations", "add", "Q", "Odd one"});
-        QCOMPARE(odd.status, 0);
-        QVERIFY(odd.err.contains("warning"));
-        QCOMPARE(account.destination(odd.out.trimmed()).value("type").toString(), QStringLiteral("Q"));
+        QVERIFY(odd.reported(0, "warning"));
+        QCOMPARE(account.values(odd.out.trimmed(), {"type"}), QStringLiteral("Q"));
         QCOMPARE(account.run({"destinations", "add", "FF", "x"}).status, 2);
         QCOMPARE(account.run({"destinations", "add", "F", "   "}).status, 1);
-
-        const Run app = account.run({"destinations", "add-app", "Evince", "org.gnome.Evince.desktop"});
-        QCOMPARE(account.destination(app.out.trimmed()).value("config").toObject().value("appid").toString(),
+        QCOMPARE(account.values(account.add({"add-app", "Evince", "org.gnome.Evince.desktop"}), {"config.appid"}),
                  QStringLiteral("org.gnome.Evince.desktop"));
-        const Run flow = account.run({"destinations", "add-workflow", "Save as Text"});
-        QCOMPARE(account.destination(flow.out.trimmed()).value("type").toString(), QStringLiteral("X"));
-
-        QDir(account.root()).mkpath("Incoming Scans");
-        const Run path = account.run({"destinations", "add-path", "Incoming Scans"}); // relative to the caller
-        QCOMPARE(path.status, 0);
-        QCOMPARE(account.destination(path.out.trimmed()).value("name").toString(), QStringLiteral("Incoming Scans"));
-        QFile pdf(account.root() + "/paper.pdf");
-        QVERIFY(pdf.open(QIODevice::WriteOnly));
-        pdf.close();
-        const Run refused = account.run({"destinations", "add-path", "paper.pdf"});
-        QCOMPARE(refused.status, 1);
-        QCOMPARE(refused.err.count('\n'), 1);
-        QCOMPARE(account.destinations().size(), 7);
+        QCOMPARE(account.values(account.add({"add-workflow", "Save as Text"}), {"type"}), QStringLiteral("X"));
+        QDir(account.root()).mkpath("Incoming Scans"); // relative to the caller
+        QCOMPARE(account.values(account.add({"add-path", "Incoming Scans"}), {"name"}), QStringLiteral("Incoming Scans"));
+        QVERIFY(writeFile(account.root() + "/paper.pdf", {}));
+        QVERIFY(account.run({"destinations", "add-path", "paper.pdf"}).reportedOneLine(1));
+        QCOMPARE(account.listed().size(), 7);
     }
 
     void settingAttributes_data()
     {
         QTest::addColumn<QStringList>("assignments");
         QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QString>("expected"); // JSON text of the value afterwards
+        QTest::addColumn<QString>("keyPath");
+        QTest::addColumn<QString>("expected"); // the value afterwards
         QTest::newRow("boolean yes") << QStringList{"do_overwrite=yes"} << 0 << "do_overwrite" << "true";
         QTest::newRow("boolean no") << QStringList{"in_menu=no"} << 0 << "in_menu" << "false";
-        QTest::newRow("config key") << QStringList{"config.output_dir=file:///srv/out/"} << 0 << "config"
-                                    << "{\"output_dir\":\"file:///srv/out/\"}";
-        QTest::newRow("empty removes") << QStringList{"name_pattern="} << 0 << "name_pattern" << "null";
+        QTest::newRow("config key") << QStringList{"config.output_dir=file:///o/"} << 0 << "config.output_dir" << "file:///o/";
+        QTest::newRow("empty removes") << QStringList{"name_pattern="} << 0 << "name_pattern" << "(none)";
         QTest::newRow("integer") << QStringList{"order=12"} << 0 << "order" << "12";
-        QTest::newRow("malformed keeps everything")
-            << QStringList{"do_overwrite=yes", "nonsense"} << 2 << "do_overwrite" << "null";
-        QTest::newRow("bad boolean") << QStringList{"do_compress=maybe"} << 2 << "do_compress" << "null";
-        QTest::newRow("bad integer") << QStringList{"order=first", "tranform=Monochrome"} << 2 << "tranform" << "null";
-        QTest::newRow("unknown attribute") << QStringList{"colour=red"} << 2 << "colour" << "null";
+        QTest::newRow("malformed keeps all") << QStringList{"do_overwrite=yes", "nonsense"} << 2 << "do_overwrite" << "(none)";
+        QTest::newRow("bad boolean") << QStringList{"do_compress=maybe"} << 2 << "do_compress" << "(none)";
+        QTest::newRow("bad integer") << QStringList{"order=first", "tranform=Monochrome"} << 2 << "tranform" << "(none)";
+        QTest::newRow("unknown attribute") << QStringList{"colour=red"} << 2 << "colour" << "(none)";
     }
 
     void settingAttributes()
     {
         QFETCH(QStringList, assignments);
         QFETCH(int, status);
-        QFETCH(QString, key);
-        QFETCH(QString, expected);
+        QFETCH(QString, keyPath);
         const Account account = fresh();
-        const Run added = account.run({"destinations", "add", "F", "Target"});
+        const QString recid = account.add({"add", "F", "Target"});
         const Run set = account.run(QStringList{"destinations", "set", "Target"} + assignments);
         QCOMPARE(set.status, status);
-        if (status != 0)
-            QCOMPARE(set.err.count('\n'), 1);
-        const QJsonValue value = account.destination(added.out.trimmed()).value(key);
-        const QString text = value.isObject() ? QString::fromUtf8(QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact))
-                             : value.isUndefined() ? QStringLiteral("null")
-                                                   : QString::fromUtf8(QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact)).mid(1).chopped(1);
-        QCOMPARE(text, expected);
+        QCOMPARE(set.err.count('\n'), status ? 1 : 0);
+        QTEST(account.values(recid, {keyPath}), "expected");
     }
 
-    void removingAndMoving()
+    void listingMovingAndRemoving()
     {
         const Account account = fresh();
-        account.run({"destinations", "add", "F", "Third"});
+        QCOMPARE(account.listed(), (QStringList{"Open in Preview|1", "Copy to Desktop|2"}));
+        QVERIFY(QFile::exists(account.storePath()));
+        const Run text = account.run({"destinations", "list"});
+        QVERIFY(text.status == 0 && text.out.contains("config.appid=com.apple.Preview"));
+        account.add({"add", "F", "Third"});
         QCOMPARE(account.run({"destinations", "move", "Third", "--after", "copy_to_desktop"}).status, 0);
-        QCOMPARE(namesInOrder(account.destinations()),
-                 (QStringList{"Open in Preview:1", "Copy to Desktop:2", "Third:3"}));
+        QCOMPARE(account.listed(), (QStringList{"Open in Preview|1", "Copy to Desktop|2", "Third|3"}));
         QCOMPARE(account.run({"destinations", "move", "Third", "--before", "Open in Preview"}).status, 0);
-        QCOMPARE(namesInOrder(account.destinations()),
-                 (QStringList{"Third:1", "Open in Preview:2", "Copy to Desktop:3"}));
+        QCOMPARE(account.listed(), (QStringList{"Third|1", "Open in Preview|2", "Copy to Desktop|3"}));
         QCOMPARE(account.run({"destinations", "move", "Third", "--beside", "x"}).status, 2);
-
-        const Run missing = account.run({"destinations", "remove", "no-such-id"});
-        QCOMPARE(missing.status, 1);
-        QVERIFY(missing.err.contains("no-such-id"));
+        QVERIFY(account.run({"destinations", "remove", "no-such-id"}).reported(1, "no-such-id"));
         QCOMPARE(account.run({"destinations", "remove", "Third"}).status, 0);
-        QCOMPARE(namesInOrder(account.destinations()), (QStringList{"Open in Preview:2", "Copy to Desktop:3"}));
+        QCOMPARE(account.listed(), (QStringList{"Open in Preview|2", "Copy to Desktop|3"}));
     }
 
     void exportAndImportBetweenAccounts()
     {
-        const Account from = fresh();
-        const Account to = fresh();
-        const QString recid = from.run({"destinations", "add", "F", "Shared"}).out.trimmed();
+        const Account from = fresh(), to = fresh();
+        const QString recid = from.add({"add", "F", "Shared"});
         const QString file = m_dir.filePath("shared.quirepad-settings");
         QCOMPARE(from.run({"destinations", "export", file}).status, 0);
         QCOMPARE(to.run({"destinations", "import", file}).status, 0);
-        const QJsonObject imported = to.destination(recid);
-        QCOMPARE(imported.value("name").toString(), QStringLiteral("Shared"));
-        QVERIFY(!imported.contains("config"));
-        QVERIFY(!imported.contains("in_menu"));
-
+        QCOMPARE(to.values(recid, {"name", "config", "in_menu"}), QStringLiteral("Shared|(none)|(none)"));
         const QString one = m_dir.filePath("one.quirepad-settings");
         QCOMPARE(from.run({"destinations", "export", one, "Shared"}).status, 0);
-        QFile oneFile(one);
-        QVERIFY(oneFile.open(QIODevice::ReadOnly));
-        QCOMPARE(oneFile.readAll().count("<destination>"), 1);
+        QCOMPARE(readFile(one).count("<destination>"), 1);
 
         const QString foreign = m_dir.filePath("foreign.quirepad-settings");
-        QFile foreignFile(foreign);
-        QVERIFY(foreignFile.open(QIODevice::WriteOnly));
-        foreignFile.write("{ \"not\": \"xml\" }");
-        foreignFile.close();
-        const Run refusedImport = to.run({"destinations", "import", foreign});
-        QCOMPARE(refusedImport.status, 1);
-        QVERIFY(refusedImport.err.contains("not a Quirepad settings file"));
+        QVERIFY(writeFile(foreign, "{ \"not\": \"xml\" }"));
+        QVERIFY(to.run({"destinations", "import", foreign}).reported(1, "not a Quirepad settings file"));
         QCOMPARE(from.run({"destinations", "export", foreign}).status, 1);
-        QVERIFY(foreignFile.open(QIODevice::ReadOnly));
-        QCOMPARE(foreignFile.readAll(), QByteArray("{ \"not\": \"xml\" }"));
+        QCOMPARE(readFile(foreign), QByteArray("{ \"not\": \"xml\" }"));
         QCOMPARE(to.run({"destinations", "import", m_dir.filePath("missing.quirepad-settings")}).status, 1);
     }
 
     void readingAndWritingSettings()
     {
         const Account account = fresh();
-        QCOMPARE(account.run({"defaults", "read", "maxcount"}).out, QStringLiteral("5\n"));
-        QVERIFY(account.run({"defaults", "read"}).out.contains("maxcount = 5  (default)"));
-        QCOMPARE(account.run({"defaults", "write", "maxcount", "8"}).status, 0);
-        QCOMPARE(account.run({"defaults", "read", "maxcount"}).out, QStringLiteral("8\n"));
-        QVERIFY(account.run({"defaults", "read"}).out.contains("maxcount = 8\n"));
-        QCOMPARE(account.run({"defaults", "write", "maxcount", "eight"}).status, 2);
-        QCOMPARE(account.run({"defaults", "write", "disable_all_displaynotifications", "yes"}).status, 0);
-        QCOMPARE(account.run({"defaults", "read", "disable_all_displaynotifications"}).out, QStringLiteral("yes\n"));
-        QCOMPARE(account.run({"defaults", "delete", "maxcount"}).status, 0);
-        QCOMPARE(account.run({"defaults", "read", "maxcount"}).out, QStringLiteral("5\n"));
-        QCOMPARE(account.run({"defaults", "delete", "maxcount"}).status, 1);
-        QCOMPARE(account.run({"defaults", "read", "no_such_setting"}).status, 1);
-        QFile conf(account.root() + "/config/Quirepad/Quirepad.conf");
-        QVERIFY(conf.open(QIODevice::ReadOnly));
-        QVERIFY(!conf.readAll().contains("show_menubar_icon")); // defaults are never written
+        const auto defaults = [&](const QStringList& arguments) { return account.run(QStringList{"defaults"} + arguments); };
+        QCOMPARE(defaults({"read", "maxcount"}).out, QStringLiteral("5\n"));
+        QVERIFY(defaults({"read"}).out.contains("maxcount = 5  (default)"));
+        QCOMPARE(defaults({"write", "maxcount", "8"}).status, 0);
+        QCOMPARE(defaults({"read", "maxcount"}).out, QStringLiteral("8\n"));
+        QVERIFY(defaults({"read"}).out.contains("maxcount = 8\n"));
+        QCOMPARE(defaults({"write", "maxcount", "eight"}).status, 2);
+        QCOMPARE(defaults({"write", "disable_all_displaynotifications", "yes"}).status, 0);
+        QCOMPARE(defaults({"read", "disable_all_displaynotifications"}).out, QStringLiteral("yes\n"));
+        QCOMPARE(defaults({"delete", "maxcount"}).status, 0);
+        QCOMPARE(defaults({"read", "maxcount"}).out, QStringLiteral("5\n"));
+        QCOMPARE(defaults({"delete", "maxcount"}).status, 1);
+        QCOMPARE(defaults({"read", "no_such_setting"}).status, 1);
+        // Only what was written is in the file; defaults never are.
+        const QByteArray conf = readFile(account.root() + "/config/Quirepad/Quirepad.conf");
+        QVERIFY(conf.contains("disable_all_displaynotifications") && !conf.contains("show_menubar_icon"));
     }
 
     void deliveringThroughTheCommandLine()
     {
         const Account account = fresh();
         const QString out = account.root() + "/Delivered";
-        const QString recid = account.run({"destinations", "add", "F", "Inbox"}).out.trimmed();
+        const QString recid = account.add({"add", "F", "Inbox"});
         QCOMPARE(account.run({"destinations", "set", "Inbox", "name_pattern=%u on %h - %t.pdf",
-                              "config.output_dir=" + QUrl::fromLocalFile(out + "/").toString(QUrl::FullyEncoded)})
-                     .status,
+                              "config.output_dir=" + QUrl::fromLocalFile(out + "/").toString(QUrl::FullyEncoded)}).status,
                  0);
-        QFile pdf(account.root() + "/user's own.pdf");
-        QVERIFY(pdf.open(QIODevice::WriteOnly));
-        pdf.write("%PDF-1.4 mine");
-        pdf.close();
-
-        const Run delivered = account.run({"deliver", "Inbox", "user's own.pdf", "--title", "Q3: plan", "--user", "ann",
-                                           "--host", "lab"});
+        QVERIFY(writeFile(account.root() + "/user's own.pdf", "%PDF-1.4 mine"));
+        const QStringList job{"user's own.pdf", "--title", "Q3: plan", "--user", "ann", "--host", "lab"};
+        const Run delivered = account.run(QStringList{"deliver", "Inbox"} + job);
         QCOMPARE(delivered.status, 0);
         QCOMPARE(delivered.out.trimmed(), out + "/ann on lab - Q3; plan.pdf");
-        QFile result(delivered.out.trimmed());
-        QVERIFY(result.open(QIODevice::ReadOnly));
-        QCOMPARE(result.readAll(), QByteArray("%PDF-1.4 mine"));
+        QCOMPARE(readFile(delivered.out.trimmed()), QByteArray("%PDF-1.4 mine"));
         // The second delivery of the same name gets a free variant.
-        QCOMPARE(account.run({"deliver", recid, "user's own.pdf", "--title", "Q3: plan", "--user", "ann", "--host", "lab"})
-                     .out.trimmed(),
-                 out + "/ann on lab - Q3; plan 1.pdf");
-
-        const Run unknown = account.run({"deliver", "Nowhere", "user's own.pdf"});
-        QCOMPARE(unknown.status, 1);
-        QCOMPARE(unknown.err.count('\n'), 1);
+        QCOMPARE(account.run(QStringList{"deliver", recid} + job).out.trimmed(), out + "/ann on lab - Q3; plan 1.pdf");
+        QVERIFY(account.run({"deliver", "Nowhere", "user's own.pdf"}).reportedOneLine(1));
         QCOMPARE(account.run({"deliver", "Inbox", "missing.pdf"}).status, 1);
         QCOMPARE(account.run({"deliver", "Inbox"}).status, 2);
         QCOMPARE(account.run({"deliver", "Inbox", "user's own.pdf", "--title"}).status, 2);
-
         // A destination type this version cannot deliver keeps the job and says so.
-        account.run({"destinations", "add", "K", "Reader"});
-        const Run reader = account.run({"deliver", "Reader", "user's own.pdf"});
-        QCOMPARE(reader.status, 1);
-        QVERIFY(reader.err.contains("type K"));
+        account.add({"add", "K", "Reader"});
+        QVERIFY(account.run({"deliver", "Reader", "user's own.pdf"}).reported(1, "type K"));
     }
 
     void workflowSamples()
     {
         const Account account = fresh();
         const Run installed = account.run({"workflows", "install-samples"});
-        QCOMPARE(installed.status, 0);
-        QCOMPARE(installed.out.count("installed "), 9);
+        QVERIFY(installed.status == 0 && installed.out.count("installed ") == 9);
         QVERIFY(account.run({"workflows", "install-samples"}).out.contains("already installed"));
         const Run list = account.run({"workflows", "list"});
         QCOMPARE(list.status, 0);
@@ -338,13 +277,11 @@ private slots:
 
     void commandsGoToTheRunningInstance()
     {
-        // Two accounts share one runtime folder: whatever reaches the
-        // instance's store was forwarded, since the client's own store
-        // would be elsewhere.
+        // Two accounts share one runtime folder: whatever reaches the instance's
+        // store was forwarded, since the client's own store would be elsewhere.
         const QString runtime = m_dir.filePath("shared-run");
         const Account instanceAccount(m_dir.filePath("instance"), runtime);
         const Account client(m_dir.filePath("client"), runtime);
-
         QProcess instance;
         instance.setProcessEnvironment(instanceAccount.environment());
         instance.setProcessChannelMode(QProcess::MergedChannels);
@@ -352,38 +289,21 @@ private slots:
         QVERIFY(instance.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(runtime + "/quirepad/quirepad.sock"), 20000);
 
-        const Run second = client.run({"--headless"});
-        QCOMPARE(second.status, 1);
-        QVERIFY(second.err.contains("already running"));
-
-        const Run added = client.run({"destinations", "add", "F", "Forwarded"});
-        QCOMPARE(added.status, 0);
+        QVERIFY(client.run({"--headless"}).reported(1, "already running"));
+        // Read back through the instance too; relative paths are resolved in the caller's folder.
+        QCOMPARE(instanceAccount.values(client.add({"add", "F", "Forwarded"}), {"name"}), QStringLiteral("Forwarded"));
         QVERIFY(!QFile::exists(client.storePath()));
-        QCOMPARE(instanceAccount.destination(added.out.trimmed()).value("name").toString(),
-                 QStringLiteral("Forwarded")); // read back through the instance too
-
-        // Relative paths are resolved in the caller's folder.
         QDir(client.root()).mkpath("Client Folder");
-        const Run path = client.run({"destinations", "add-path", "Client Folder"});
-        QCOMPARE(path.status, 0);
-        QCOMPARE(instanceAccount.destination(path.out.trimmed()).value("name").toString(),
+        QCOMPARE(instanceAccount.values(client.add({"add-path", "Client Folder"}), {"name"}),
                  QStringLiteral("Client Folder"));
-
-        const Run failed = client.run({"destinations", "remove", "nothing-here"});
-        QCOMPARE(failed.status, 1);
-        QVERIFY(failed.err.contains("nothing-here"));
-
-        QFile pdf(client.root() + "/job.pdf");
-        QVERIFY(pdf.open(QIODevice::WriteOnly));
-        pdf.close();
+        QVERIFY(client.run({"destinations", "remove", "nothing-here"}).reported(1, "nothing-here"));
+        QVERIFY(writeFile(client.root() + "/job.pdf", {}));
         const Run files = client.run({"job.pdf"});
-        QCOMPARE(files.status, 0);
-        QVERIFY(files.out.contains("1 file(s) taken into the queue"));
+        QVERIFY(files.status == 0 && files.out.contains("1 file(s) taken into the queue"));
 
         ::kill(pid_t(instance.processId()), SIGTERM);
         QVERIFY(instance.waitForFinished(20000));
-        QCOMPARE(instance.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(instance.exitCode(), 0);
+        QVERIFY(instance.exitStatus() == QProcess::NormalExit && instance.exitCode() == 0);
         QVERIFY(QFile::exists(instanceAccount.storePath()));
         // With the instance gone the client works on its own store.
         QCOMPARE(client.run({"destinations", "list"}).status, 0);

@@ -1,7 +1,6 @@
 #include "TestFiles.h"
 #include "TestRegistry.h"
 
-#include "foundation/DialogService.h"
 #include "foundation/ScriptedDialogService.h"
 #include "foundation/Workspace.h"
 #include "foundation/fileutil.h"
@@ -10,7 +9,6 @@
 #include "pipeline/PluginFileProcessor.h"
 
 #include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -19,29 +17,24 @@ using namespace quirepad::test;
 
 namespace {
 
-
-
-
 // Remembers what would have been opened or revealed.
 class RecordingWorkspace : public Workspace
 {
 public:
-    QList<QUrl>* opened;
-    explicit RecordingWorkspace(QList<QUrl>* log)
-        : opened(log)
-    {
-    }
+    QList<QUrl> opened;
     bool openUrl(const QUrl& url) override
     {
-        opened->append(url);
+        opened.append(url);
         return true;
     }
-    bool revealFile(const QString& path) override
-    {
-        opened->append(QUrl::fromLocalFile(path));
-        return true;
-    }
+    bool revealFile(const QString& path) override { return openUrl(QUrl::fromLocalFile(path)); }
 };
+
+// Writes the file, making its folder first.
+bool install(const QString& path, const QByteArray& contents, QFile::Permissions permissions = kExecutable)
+{
+    return QDir().mkpath(path_dirname(path)) && writeFile(path, contents, permissions);
+}
 
 } // namespace
 
@@ -51,7 +44,7 @@ class DeliveryTest : public QObject
 
     QTemporaryDir m_root;
     ScriptedDialogService* m_dialogs = nullptr;
-    QList<QUrl> m_opened;
+    RecordingWorkspace* m_workspace = nullptr;
     int m_case = 0;
 
     QString source(const QByteArray& contents = "%PDF-1.4 job")
@@ -60,23 +53,32 @@ class DeliveryTest : public QObject
         writeFile(path, contents);
         return path;
     }
-    QString folder()
-    {
-        const QString path = m_root.filePath(QStringLiteral("out%1").arg(++m_case));
-        return path;
-    }
+    QString folder() { return m_root.filePath(QStringLiteral("out%1").arg(++m_case)); }
     static QString urlText(const QString& path) { return QUrl::fromLocalFile(path + "/").toString(QUrl::FullyEncoded); }
+    // Names the result after the title, in the folder.
+    static void prepare(CopyFileProcessor& processor, const QString& title, const QString& folder)
+    {
+        processor.name_pattern = "%t.pdf";
+        processor.setContext({{"TITLE", title}});
+        processor.config.insert("output_dir", urlText(folder));
+    }
+    // The dialogs shown so far, one "kind: message" each.
+    QStringList shown() const
+    {
+        QStringList lines;
+        for (const auto& interaction : m_dialogs->interactions())
+            lines << ScriptedDialogService::kindName(interaction.kind) + ": " + interaction.message;
+        return lines;
+    }
 
 private slots:
     void initTestCase()
     {
-        qputenv("HOME", m_root.filePath("home").toUtf8());
-        qputenv("XDG_DATA_HOME", m_root.filePath("data").toUtf8());
-        qputenv("XDG_DATA_DIRS", m_root.filePath("system").toUtf8());
-        qputenv("XDG_CONFIG_HOME", m_root.filePath("config").toUtf8());
-        qputenv("XDG_CONFIG_DIRS", m_root.filePath("config-system").toUtf8());
-        QDir().mkpath(m_root.filePath("spool"));
-        QDir().mkpath(m_root.filePath("home"));
+        const char* const places[][2] = {{"HOME", "home"}, {"XDG_DATA_HOME", "data"}, {"XDG_DATA_DIRS", "system"},
+                                         {"XDG_CONFIG_HOME", "config"}, {"XDG_CONFIG_DIRS", "config-system"}};
+        for (const auto& place : places)
+            qputenv(place[0], m_root.filePath(place[1]).toUtf8());
+        QVERIFY(QDir().mkpath(m_root.filePath("spool")) && QDir().mkpath(m_root.filePath("home")));
     }
 
     void init()
@@ -84,8 +86,9 @@ private slots:
         auto dialogs = std::make_unique<ScriptedDialogService>();
         m_dialogs = dialogs.get();
         DialogService::setCurrent(std::move(dialogs));
-        m_opened.clear();
-        Workspace::setCurrent(std::make_unique<RecordingWorkspace>(&m_opened));
+        auto workspace = std::make_unique<RecordingWorkspace>();
+        m_workspace = workspace.get();
+        Workspace::setCurrent(std::move(workspace));
     }
 
     void cleanup() { Workspace::setCurrent(nullptr); }
@@ -93,23 +96,16 @@ private slots:
     void uniqueNamesUnlessOverwriting()
     {
         const QString out = folder();
-        for (const bool overwrite : {false, true}) {
-            for (int round = 0; round < 2; ++round) {
-                CopyFileProcessor processor;
-                processor.do_overwrite = overwrite;
-                processor.name_pattern = "%t.pdf";
-                processor.config.insert("output_dir", urlText(out));
-                processor.setContext({{"TITLE", "Same"}});
-                QVERIFY(processor.processFile(source(QByteArray("round ") + QByteArray::number(round) + (overwrite ? " over" : ""))));
-            }
+        for (const QByteArray round : {"first", "second", "over 1", "over 2"}) {
+            CopyFileProcessor processor;
+            processor.do_overwrite = round.startsWith("over");
+            prepare(processor, "Same", out);
+            QVERIFY(processor.processFile(source(round)));
         }
-        QStringList names = QDir(out).entryList(QDir::Files | QDir::Hidden);
-        names.sort();
-        // Two without overwriting (the second unique), then both overwriting
-        // rounds replaced "Same.pdf": no partial or temporary files are left.
-        QCOMPARE(names, (QStringList{"Same 1.pdf", "Same.pdf"}));
-        QCOMPARE(readFile(out + "/Same.pdf"), QByteArray("round 1 over"));
-        QCOMPARE(readFile(out + "/Same 1.pdf"), QByteArray("round 1"));
+        // The second is named uniquely; both overwriting rounds replaced "Same.pdf" and left no temporary files.
+        QCOMPARE(QDir(out).entryList(QDir::Files | QDir::Hidden), (QStringList{"Same 1.pdf", "Same.pdf"}));
+        QCOMPARE(readFile(out + "/Same.pdf"), QByteArray("over 2"));
+        QCOMPARE(readFile(out + "/Same 1.pdf"), QByteArray("second"));
     }
 
     void plainFolderProcessorNotifiesFileCopied()
@@ -118,37 +114,28 @@ private slots:
         processor.config.insert("output_dir", urlText(folder()));
         QVERIFY(processor.processFile(source()));
         QVERIFY(file_exists(processor.resultFile));
-        const auto& asked = m_dialogs->interactions();
-        QCOMPARE(asked.size(), 1);
-        QCOMPARE(asked[0].kind, ScriptedDialogService::Kind::Notification);
-        QCOMPARE(asked[0].message, QStringLiteral("Quirepad"));
-        QCOMPARE(asked[0].informative, QStringLiteral("File Copied"));
-        QCOMPARE(asked[0].revealPath, processor.resultFile);
         QVERIFY(path_basename(processor.resultFile).startsWith("job ")); // the owner prefix is gone
+        QCOMPARE(shown(), QStringList{"notification: Quirepad"});
+        QCOMPARE(m_dialogs->interactions()[0].informative, QStringLiteral("File Copied"));
+        QCOMPARE(m_dialogs->interactions()[0].revealPath, processor.resultFile);
     }
 
     void savePanelChoosesOrCancels()
     {
-        const QString out = folder();
-        QDir().mkpath(out);
-        const QString chosen = out + "/chosen.pdf";
-        QVERIFY(writeFile(chosen, "old"));
+        const QString out = folder(), chosen = out + "/chosen.pdf";
+        QVERIFY(install(chosen, "old", {}));
         CopyFileProcessor processor;
         processor.config = {{"output_dir", urlText(out)}, {"ask_to_confim", true}};
         m_dialogs->enqueueAnswer(chosen);
         QVERIFY(processor.processFile(source("new")));
         QCOMPARE(readFile(chosen), QByteArray("new"));
         QCOMPARE(processor.resultFile, chosen);
-        QCOMPARE(m_dialogs->interactions().first().kind, ScriptedDialogService::Kind::SavePanel);
-        QVERIFY(m_dialogs->interactions().first().message.startsWith(out + "/"));
+        QVERIFY(shown().first().startsWith("save panel: " + out + "/"));
 
         CopyFileProcessor cancelled;
         cancelled.config = processor.config;
         m_dialogs->enqueueAnswer(QVariant()); // cancel
-        m_dialogs->enqueueAnswer(QVariant()); // and cancel again
-        const QString job = source("never");
-        QVERIFY(!cancelled.copyTempFile(job, out + "/x.pdf"));
-        QVERIFY(cancelled.processFile(job)); // a cancel is an answer: the job may go
+        QVERIFY(cancelled.processFile(source("never"))); // a cancel is an answer: the job may go
         QVERIFY(!cancelled.failed());
         QCOMPARE(QDir(out).entryList(QDir::Files), QStringList{"chosen.pdf"});
     }
@@ -167,89 +154,64 @@ private slots:
         const QString out = folder();
         CopyFileProcessor processor;
         processor.do_overwrite = true;
-        processor.name_pattern = "%t.pdf";
-        processor.setContext({{"TITLE", "Target"}});
-        QString job = source();
-        if (situation == "blocked") {
+        prepare(processor, "Target", situation == "blocked" ? out + "/inner" : out);
+        if (situation == "blocked")
             QVERIFY(writeFile(out, "a file where the folder should be"));
-            processor.config.insert("output_dir", urlText(out + "/inner"));
-        } else {
-            QVERIFY(QDir().mkpath(out + "/Target.pdf"));
-            processor.config.insert("output_dir", urlText(out));
-            if (situation == "missing-source") {
-                QDir().rmdir(out + "/Target.pdf");
-                job = m_root.filePath("spool/missing.pdf");
-            }
-        }
+        else
+            QVERIFY(QDir().mkpath(situation == "target-folder" ? out + "/Target.pdf" : out));
+        const QString job = situation == "missing-source" ? m_root.filePath("spool/missing.pdf") : source();
         QVERIFY(!processor.processFile(job));
         QVERIFY(processor.failed());
-        QVERIFY(!processor.failureReason().isEmpty());
-        const auto& asked = m_dialogs->interactions();
-        QCOMPARE(asked.size(), 1);
-        QCOMPARE(asked[0].kind, ScriptedDialogService::Kind::Error);
-        QCOMPARE(asked[0].message, QStringLiteral("The document could not be delivered."));
-        if (situation != "blocked") {
-            // Nothing half-written is left behind.
-            const QStringList left = QDir(out).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot);
-            QVERIFY2(left.isEmpty(), qPrintable(left.join(", ")));
-        }
+        QCOMPARE(shown(), QStringList{"error: The document could not be delivered."});
+        if (situation != "blocked") // nothing half-written is left behind
+            QCOMPARE(QDir(out).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
     }
 
     void filterOutputDecidesTheExtension()
     {
-        const QString filters = f(QStringLiteral("${APP_SUPPORT_PLUGINS}/Filters"));
-        QVERIFY(QDir().mkpath(filters));
-        QVERIFY(writeFile(filters + "/ToText.workflow",
-                          "#!/bin/sh\nset -eu\nout=\"$PWD/$(basename \"$1\" .pdf).txt\"\n"
-                          "printf 'text of %s by %s\\n' \"$QUIREPAD_TITLE\" \"$QUIREPAD_USER\" > \"$out\"\necho \"$out\"\n",
-                          kExecutable));
+        QVERIFY(install(f(QStringLiteral("${APP_SUPPORT_PLUGINS}/Filters/ToText.workflow")),
+                        "#!/bin/sh\nprintf 'text of %s by %s\\n' \"$QUIREPAD_TITLE\" \"$QUIREPAD_USER\" > out.txt\n"
+                        "echo \"$PWD/out.txt\"\n"));
         CopyFileProcessor processor;
-        processor.name_pattern = "%t.pdf";
+        prepare(processor, "Notes", folder());
+        processor.context.insert("USER", "ann");
         processor.tranform = "ToText";
-        processor.setContext({{"TITLE", "Notes"}, {"USER", "ann"}});
-        processor.config.insert("output_dir", urlText(folder()));
         QVERIFY(processor.processFile(source()));
         QVERIFY2(processor.resultFile.endsWith("/Notes.txt"), qPrintable(processor.resultFile));
         QCOMPARE(readFile(processor.resultFile), QByteArray("text of Notes by ann\n"));
-        QCOMPARE(m_dialogs->interactions().first().message, QStringLiteral("processing..."));
-        QCOMPARE(m_dialogs->interactions().first().informative, QStringLiteral("applying filter ToText"));
     }
 
-    void openingFromATemporaryPlaceUsesACopy()
+    void openingWithAnApplication()
     {
         // A desktop entry of a test application that records what it opens.
-        const QString record = m_root.filePath("opened.txt");
-        const QString apps = m_root.filePath("data/applications");
-        QVERIFY(QDir().mkpath(apps));
-        const QString recorder = m_root.filePath("recorder.sh");
+        const QString record = m_root.filePath("opened.txt"), recorder = m_root.filePath("recorder.sh");
         QVERIFY(writeFile(recorder, ("#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" + record + "'\n").toUtf8(), kExecutable));
-        QVERIFY(writeFile(apps + "/quirepad-recorder.desktop",
-                          ("[Desktop Entry]\nType=Application\nName=Recorder\nExec=" + recorder + " %f\n").toUtf8()));
+        QVERIFY(install(m_root.filePath("data/applications/quirepad-recorder.desktop"),
+                        ("[Desktop Entry]\nType=Application\nName=Recorder\nExec=" + recorder + " %f\n").toUtf8(), {}));
         OpenFileProcessor processor;
         processor.name_pattern = "%t.pdf";
         processor.setContext({{"TITLE", "Opened Title"}});
         processor.config.insert("appid", "quirepad-recorder.desktop");
-        processor.do_compress = true; // never applied when opening
         const QString job = source("%PDF-1.4 to open");
         QVERIFY(processor.processFile(job));
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(record), 10000);
         const QString opened = QString::fromUtf8(readFile(record)).trimmed();
         QCOMPARE(opened, processor.openedFile());
-        QVERIFY(opened != job);
         QVERIFY(opened.endsWith("/Opened Title.pdf"));
         QFile::remove(job); // the spool job goes; the copy stays for the viewer
         QCOMPARE(readFile(opened), QByteArray("%PDF-1.4 to open"));
         QVERIFY(m_dialogs->interactions().isEmpty()); // no notification, no filter
 
+        // An application that is not installed: the default handler opens the file.
+        OpenFileProcessor unknown;
+        unknown.config.insert("appid", "org.example.NotInstalled.desktop");
+        QVERIFY(unknown.processFile(source()));
+        QCOMPARE(m_workspace->opened, QList<QUrl>{QUrl::fromLocalFile(unknown.openedFile())});
+
         // A file elsewhere opens where it is.
-        const QString projectDir = qEnvironmentVariable("QUIREPAD_SOURCE_DIR");
-        bool outsideTemporaryPlaces = !projectDir.isEmpty();
-        for (const QString& place : OpenFileProcessor::temporaryPlaces())
-            if (projectDir.startsWith(place + "/"))
-                outsideTemporaryPlaces = false;
-        if (!outsideTemporaryPlaces)
-            QSKIP("the source tree lies in a temporary place; cannot check opening in place");
-        const QString own = projectDir + "/README.md";
+        const QString own = qEnvironmentVariable("QUIREPAD_SOURCE_DIR") + "/README.md";
+        if (!QFile::exists(own) || OpenFileProcessor::isInTemporaryPlace(own))
+            QSKIP("the source tree is unknown or lies in a temporary place; cannot check opening in place");
         OpenFileProcessor inPlace;
         inPlace.config.insert("appid", "quirepad-recorder.desktop");
         QVERIFY(inPlace.processFile(own));
@@ -257,81 +219,51 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(readFile(record).contains(own.toUtf8()), 10000);
     }
 
-    void unknownApplicationOpensWithTheDefaultHandler()
-    {
-        OpenFileProcessor processor;
-        processor.config.insert("appid", "org.example.NotInstalled.desktop");
-        QVERIFY(processor.processFile(source()));
-        QCOMPARE(m_opened.size(), 1);
-        QCOMPARE(m_opened.first(), QUrl::fromLocalFile(processor.openedFile()));
-    }
-
     void pluginWorkflows_data()
     {
         QTest::addColumn<QByteArray>("script"); // empty: no workflow installed
-        QTest::addColumn<bool>("executable");
-        QTest::addColumn<QString>("outcome");
-        QTest::newRow("two results") << QByteArray("#!/bin/sh\necho \"$QUIREPAD_OUTPUT_DIR/first.png\"\necho /elsewhere/second.png\n")
-                                     << true << "notified";
-        QTest::newRow("failing") << QByteArray("#!/bin/sh\necho 'cannot read the page' >&2\nexit 3\n") << true << "failed";
-        QTest::newRow("not executable") << QByteArray("#!/bin/sh\necho x\n") << false << "question";
-        QTest::newRow("missing") << QByteArray() << true << "no plugin";
+        QTest::addColumn<bool>("delivered"); // a missing plugin is told, yet the job may go
+        QTest::addColumn<QString>("dialog"); // the one dialog shown; %1 is the plugin's name
+        QTest::addColumn<QString>("detail"); // in its informative text
+        QTest::newRow("two results")
+            << QByteArray("#!/bin/sh\necho \"$QUIREPAD_OUTPUT_DIR/first.png\"\necho /elsewhere/second.png\n")
+            << true << "notification: Quirepad" << "Workflow %1finished";
+        QTest::newRow("failing") << QByteArray("#!/bin/sh\necho 'cannot read the page' >&2\nexit 3\n") << false
+                                 << "error: The document could not be delivered." << "cannot read the page";
+        QTest::newRow("not executable") << QByteArray("#!/bin/sh\necho x\n") << false
+                                        << "question: Quirepad is unable to execute this action" << "";
+        QTest::newRow("missing") << QByteArray() << true << "alert: no plugin found for %1" << "";
     }
 
     void pluginWorkflows()
     {
         QFETCH(QByteArray, script);
-        QFETCH(bool, executable);
-        QFETCH(QString, outcome);
-        const QString plugins = f(QStringLiteral("${APP_SUPPORT_PLUGINS}"));
-        QVERIFY(QDir().mkpath(plugins));
+        QFETCH(bool, delivered);
+        QFETCH(QString, dialog);
+        QFETCH(QString, detail);
+        const bool executable = QTest::currentDataTag() != QLatin1String("not executable");
         const QString name = QStringLiteral("Test plugin %1").arg(++m_case);
         if (!script.isEmpty())
-            QVERIFY(writeFile(plugins + "/" + name + ".workflow", script,
-                              executable ? kExecutable : (QFile::ReadOwner | QFile::WriteOwner)));
+            QVERIFY(install(f("${APP_SUPPORT_PLUGINS}/%@.workflow", name), script,
+                            executable ? kExecutable : (QFile::ReadOwner | QFile::WriteOwner)));
         const QString out = folder();
         PluginFileProcessor processor;
-        processor.name_pattern = "%t.pdf";
-        processor.setContext({{"TITLE", "Plugged"}});
-        processor.config = {{"plugin_name", name}, {"output_dir", urlText(out)}};
-        const bool delivered = processor.processFile(source());
-        const auto& asked = m_dialogs->interactions();
-        if (outcome == "notified") {
-            QVERIFY(delivered);
-            QCOMPARE(asked.size(), 1);
-            QCOMPARE(asked[0].informative, QStringLiteral("Workflow %1finished").arg(name));
-            QCOMPARE(asked[0].revealPath, out + "/first.png"); // only the first result is named
-        } else if (outcome == "failed") {
-            QVERIFY(!delivered);
-            QCOMPARE(asked.last().kind, ScriptedDialogService::Kind::Error);
-            QVERIFY(asked.last().informative.contains("cannot read the page"));
-        } else if (outcome == "question") {
-            QVERIFY(!delivered);
-            QCOMPARE(asked[0].kind, ScriptedDialogService::Kind::Question);
-            QCOMPARE(asked[0].message, QStringLiteral("Quirepad is unable to execute this action"));
-            QCOMPARE(asked[0].alternateButton, QStringLiteral("Find Out More..."));
-            QCOMPARE(asked[0].defaultButton, QStringLiteral("Continue"));
-            QCOMPARE(asked.size(), 1); // the question says it all
-        } else {
-            QVERIFY(delivered); // the design keeps the job only for errors, not for a missing plugin
-            QCOMPARE(asked[0].kind, ScriptedDialogService::Kind::Alert);
-            QCOMPARE(asked[0].message, QStringLiteral("no plugin found for %1").arg(name));
-        }
-        for (const auto& interaction : asked)
-            QVERIFY(interaction.informative != QStringLiteral("File Copied"));
-    }
-
-    void findOutMoreOpensTheHelpPage()
-    {
-        const QString plugins = f(QStringLiteral("${APP_SUPPORT_PLUGINS}"));
-        QVERIFY(writeFile(plugins + "/Locked.workflow", "#!/bin/sh\n", QFile::ReadOwner));
-        PluginFileProcessor processor;
-        processor.config = {{"plugin_name", "Locked"}, {"output_dir", urlText(folder())}};
-        m_dialogs->enqueueAnswer(true);
-        processor.processFile(source());
-        QCOMPARE(m_opened.size(), 1);
-        QVERIFY(m_opened.first().toLocalFile().endsWith("/Resources/help/workflows.html"));
-        QVERIFY(QFile::exists(m_opened.first().toLocalFile()));
+        prepare(processor, "Plugged", out);
+        processor.config.insert("plugin_name", name);
+        if (!executable)
+            m_dialogs->enqueueAnswer(true); // "Find Out More..."
+        QCOMPARE(processor.processFile(source()), delivered);
+        QCOMPARE(shown(), QStringList{dialog.replace("%1", name)});
+        const auto& asked = m_dialogs->interactions().first();
+        QVERIFY2(asked.informative.contains(detail.replace("%1", name)), qPrintable(asked.informative));
+        if (asked.kind == ScriptedDialogService::Kind::Notification)
+            QCOMPARE(asked.revealPath, out + "/first.png"); // only the first result is named
+        // Only the question's "Find Out More..." opens anything: the help page.
+        const QString help = get_env("APP_RESOURCES") + "/help/workflows.html";
+        QCOMPARE(m_workspace->opened, executable ? QList<QUrl>() : QList<QUrl>{QUrl::fromLocalFile(help)});
+        QVERIFY(QFile::exists(help));
+        if (!executable) // the question's buttons
+            QCOMPARE(asked.defaultButton + " | " + asked.alternateButton, QString("Continue | Find Out More..."));
     }
 };
 

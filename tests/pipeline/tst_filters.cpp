@@ -2,7 +2,6 @@
 #include "TestFiles.h"
 #include "TestRegistry.h"
 
-#include "foundation/DialogService.h"
 #include "foundation/ScriptedDialogService.h"
 #include "foundation/fileutil.h"
 #include "foundation/pathvars.h"
@@ -11,8 +10,8 @@
 #include "pipeline/filters.h"
 
 #include <QDir>
-#include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -22,18 +21,13 @@ using namespace std::chrono_literals;
 
 namespace {
 
-
-
-
-int pageCount(const QString& pdf)
+// What pdfinfo tells about the file, white space simplified ("Pages: 1 ...").
+QString pdfInfo(const QString& pdf)
 {
     QProcess info;
     info.start("pdfinfo", {pdf});
     info.waitForFinished(30000);
-    for (const QString& line : QString::fromUtf8(info.readAllStandardOutput()).split('\n'))
-        if (line.startsWith("Pages:"))
-            return line.mid(6).trimmed().toInt();
-    return -1;
+    return QString::fromUtf8(info.readAllStandardOutput()).simplified();
 }
 
 } // namespace
@@ -48,12 +42,11 @@ class FiltersTest : public QObject
 
     QString userFilters() const { return f(QStringLiteral("${APP_SUPPORT_PLUGINS}/Filters")); }
     QString userPlugins() const { return f(QStringLiteral("${APP_SUPPORT_PLUGINS}")); }
-    QString builtIn(const QString& folder, const QString& name)
+    // Writes a workflow into the staged resources; cleanupTestCase removes it.
+    bool addBuiltIn(const QString& folder, const QString& name, const QByteArray& script = "#!/bin/sh\n")
     {
-        const QString path = get_env("APP_RESOURCES") + "/" + folder + "/" + name;
-        QDir().mkpath(path_dirname(path));
-        m_builtIns << path;
-        return path;
+        m_builtIns << get_env("APP_RESOURCES") + "/" + folder + "/" + name + ".workflow";
+        return QDir().mkpath(path_dirname(m_builtIns.last())) && writeFile(m_builtIns.last(), script, kExecutable);
     }
 
 private slots:
@@ -70,71 +63,50 @@ private slots:
             QFile::remove(path);
     }
 
-    void init()
-    {
-        auto dialogs = std::make_unique<ScriptedDialogService>();
-        m_dialogs = dialogs.get();
-        DialogService::setCurrent(std::move(dialogs));
-    }
-
-    void noFilterMeansTheInput_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::newRow("none") << "none";
-        QTest::newRow("empty") << "";
-    }
+    void init() { DialogService::setCurrent(std::unique_ptr<DialogService>(m_dialogs = new ScriptedDialogService)); }
 
     void noFilterMeansTheInput()
     {
-        QFETCH(QString, name);
-        QCOMPARE(execute_filter("/some/input.pdf", name), QStringLiteral("/some/input.pdf"));
+        for (const QString name : {"none", ""})
+            QCOMPARE(execute_filter("/some/input.pdf", name), QStringLiteral("/some/input.pdf"));
         QVERIFY(m_dialogs->interactions().isEmpty());
     }
 
     void filterMessages_data()
     {
         QTest::addColumn<QByteArray>("script"); // empty: no such filter
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("missing") << QByteArray() << "alert" << "no filter plugin found for %1";
-        QTest::newRow("returns a missing file")
-            << QByteArray("#!/bin/sh\necho /nowhere/result.pdf\n") << "alert"
-            << "The filter %1 didn't return any file. Process returned with error (null)";
-        QTest::newRow("returns nothing") << QByteArray("#!/bin/sh\nexit 0\n") << "alert"
-                                         << "The filter %1 didn't return any file. Process returned with error (null)";
-        QTest::newRow("fails") << QByteArray("#!/bin/sh\necho 'bad page 3' >&2\nexit 2\n") << "error"
-                               << "The filter %1 failed.";
+        QTest::addColumn<QString>("dialog"); // the last one shown; %1 is the filter's name
+        const QString noFile = "alert: The filter %1 didn't return any file. Process returned with error (null)";
+        QTest::newRow("missing") << QByteArray() << "alert: no filter plugin found for %1";
+        QTest::newRow("returns a missing file") << QByteArray("#!/bin/sh\necho /nowhere/result.pdf\n") << noFile;
+        QTest::newRow("returns nothing") << QByteArray("#!/bin/sh\nexit 0\n") << noFile;
+        QTest::newRow("fails") << QByteArray("#!/bin/sh\necho 'bad page 3' >&2\nexit 2\n")
+                               << "error: The filter %1 failed.";
     }
 
     void filterMessages()
     {
         QFETCH(QByteArray, script);
-        QFETCH(QString, kind);
-        QFETCH(QString, message);
+        QFETCH(QString, dialog);
         const QString name = QStringLiteral("Msg %1").arg(QTest::currentDataTag());
         if (!script.isEmpty())
             QVERIFY(writeFile(userFilters() + "/" + name + ".workflow", script, kExecutable));
-        const QString input = m_root.filePath("in.pdf");
-        QCOMPARE(execute_filter(input, name), input);
+        QCOMPARE(execute_filter("/in/put.pdf", name), QStringLiteral("/in/put.pdf"));
         const auto& asked = m_dialogs->interactions();
-        QCOMPARE(asked.first().message, QStringLiteral("processing..."));
-        QCOMPARE(asked.first().informative, QStringLiteral("applying filter %1").arg(name));
-        QCOMPARE(ScriptedDialogService::kindName(asked.last().kind), kind);
-        QCOMPARE(asked.last().message, message.arg(name));
-        if (kind == "error")
+        QCOMPARE(asked.first().message + " " + asked.first().informative, "processing... applying filter " + name);
+        QCOMPARE(ScriptedDialogService::kindName(asked.last().kind) + ": " + asked.last().message, dialog.arg(name));
+        if (asked.last().kind == ScriptedDialogService::Kind::Error)
             QVERIFY(asked.last().informative.contains("bad page 3"));
     }
 
     void userFilterHidesTheBuiltIn()
     {
         const QString name = QStringLiteral("Shadowed %1").arg(QCoreApplication::applicationPid());
-        QVERIFY(writeFile(builtIn("Filters", name + ".workflow"), "#!/bin/sh\necho built-in\n", kExecutable));
+        QVERIFY(addBuiltIn("Filters", name, "#!/bin/sh\necho built-in\n"));
         QCOMPARE(filter_url(name).toLocalFile(), get_env("APP_RESOURCES") + "/Filters/" + name + ".workflow");
         QVERIFY(writeFile(userFilters() + "/" + name + ".workflow",
                           "#!/bin/sh\nprintf 'user' > \"$PWD/out.txt\"\necho \"$PWD/out.txt\"\n", kExecutable));
-        QCOMPARE(filter_url(name).toLocalFile(), userFilters() + "/" + name + ".workflow");
-        const QString result = execute_filter(m_root.filePath("in.pdf"), name);
-        QCOMPARE(readFile(result), QByteArray("user"));
+        QCOMPARE(readFile(execute_filter(m_root.filePath("in.pdf"), name)), QByteArray("user"));
 
         WorkflowLibrary library;
         library.refreshPluginList();
@@ -145,55 +117,36 @@ private slots:
     {
         QTest::addColumn<QStringList>("user");
         QTest::addColumn<QStringList>("builtIns");
-        QTest::addColumn<QStringList>("expected");
-        QTest::newRow("both") << QStringList{"b", "a"} << QStringList{"z", "y", "a"} << QStringList{"a", "b", "---", "y", "z"};
-        QTest::newRow("only user") << QStringList{"b", "a"} << QStringList{} << QStringList{"a", "b"};
-        QTest::newRow("only built-in") << QStringList{} << QStringList{"z", "y"} << QStringList{"y", "z"};
-        QTest::newRow("built-in all shadowed") << QStringList{"a"} << QStringList{"a"} << QStringList{"a"};
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("both") << QStringList{"b", "a"} << QStringList{"z", "y", "a"} << "a b --- y z";
+        QTest::newRow("only user") << QStringList{"b", "a"} << QStringList{} << "a b";
+        QTest::newRow("only built-in") << QStringList{} << QStringList{"z", "y"} << "y z";
+        QTest::newRow("built-in all shadowed") << QStringList{"a"} << QStringList{"a"} << "a";
     }
 
     void pluginListSeparator()
     {
         QFETCH(QStringList, user);
         QFETCH(QStringList, builtIns);
-        QFETCH(QStringList, expected);
-        // A private set of folders for this row: point the user's plugins
-        // at a fresh place through the table is not possible once built, so
-        // prefix the names and compare only ours.
+        QFETCH(QString, expected);
+        // Other plugins are listed too: the row's own carry a prefix.
         const QString tag = QStringLiteral("sep%1-").arg(QTest::currentDataTag()).replace(' ', '_');
-        QStringList made;
-        for (const QString& name : user) {
+        for (const QString& name : user)
             QVERIFY(writeFile(userPlugins() + "/" + tag + name + ".workflow", "#!/bin/sh\n", kExecutable));
-            made << userPlugins() + "/" + tag + name + ".workflow";
-        }
         for (const QString& name : builtIns)
-            QVERIFY(writeFile(builtIn("PlugIns", tag + name + ".workflow"), "#!/bin/sh\n", kExecutable));
+            QVERIFY(addBuiltIn("PlugIns", tag + name));
         WorkflowLibrary library;
         library.refreshPluginList();
-        QStringList ours;
+        QStringList ours; // the row's names and the separator, which only counts between two of them
         for (const QString& entry : library.allPluginFiles())
-            if (entry.startsWith(tag))
-                ours << entry.mid(tag.size());
-            else if (entry == "---")
-                ours << entry;
-        // Other rows' leftovers are not ours; the separator stands between
-        // the user's part and the built-in part.
-        while (!ours.isEmpty() && ours.first() == "---")
-            ours.removeFirst();
-        while (!ours.isEmpty() && ours.last() == "---")
-            ours.removeLast();
-        QCOMPARE(ours, expected);
-        for (const QString& path : made)
-            QFile::remove(path);
-        for (const QString& path : std::as_const(m_builtIns))
-            if (path.contains(tag))
-                QFile::remove(path);
+            if (entry.startsWith(tag) || entry == "---")
+                ours << entry.mid(entry == "---" ? 0 : tag.size());
+        QCOMPARE(ours.join(' ').remove(QRegularExpression("^(--- )+| ---$")), expected);
     }
 
     void samplesInstallOnceAndNeverReplace()
     {
-        const QString sample = get_env("APP_RESOURCES") + "/SampleFilters/Monochrome.workflow";
-        if (!QFile::exists(sample))
+        if (!QFile::exists(get_env("APP_RESOURCES") + "/SampleFilters/Monochrome.workflow"))
             QSKIP("the sample workflows are not staged in this build");
         QVERIFY(writeFile(userFilters() + "/Monochrome.workflow", "#!/bin/sh\n# my own edit\n", kExecutable));
         WorkflowLibrary library;
@@ -204,8 +157,6 @@ private slots:
         QVERIFY(QFileInfo(userPlugins() + "/Save as Text.workflow").isExecutable());
         QCOMPARE(readFile(userFilters() + "/Monochrome.workflow"), QByteArray("#!/bin/sh\n# my own edit\n"));
         QVERIFY(library.installWorkflows().isEmpty());
-        QVERIFY(library.allPluginFiles().contains("Save as WebPage"));
-        QVERIFY(library.allFilterFiles().contains("PDF X-3"));
     }
 
     void runnerDetails()
@@ -213,63 +164,57 @@ private slots:
         const QString folderWorkflow = m_root.filePath("Folder.workflow");
         QVERIFY(QDir().mkpath(folderWorkflow));
         QVERIFY(writeFile(folderWorkflow + "/run",
-                          "#!/bin/sh\nn=$(ls -A | wc -l)\necho $n > count.txt\nprintf '%s|%s' \"$QUIREPAD_TITLE\" \"$1\" > job.txt\n"
-                          "echo count.txt\necho job.txt\n",
+                          "#!/bin/sh\nn=$(ls -A | wc -l)\necho $n > count.txt\n"
+                          "printf '%s|%s' \"$QUIREPAD_TITLE\" \"$1\" > job.txt\necho count.txt\necho job.txt\n",
                           kExecutable));
-        const WorkflowRunner::Result result =
-            WorkflowRunner(folderWorkflow).setJobInfo({{"TITLE", "Zoë's job"}, {"job-id", 7}}).run("/in/put.pdf");
+        const auto result = WorkflowRunner(folderWorkflow).setJobInfo({{"TITLE", "Zoë's job"}}).run("/in/put.pdf");
         QCOMPARE(result.status, WorkflowRunner::Status::Succeeded);
-        QCOMPARE(result.outputs.size(), 2);
-        QCOMPARE(result.outputs[0], result.workingDirectory + "/count.txt"); // relative results resolved
+        const QString folder = result.workingDirectory; // relative results are resolved in it
+        QCOMPARE(result.outputs, QStringList({folder + "/count.txt", folder + "/job.txt"}));
         QCOMPARE(readFile(result.outputs[0]).trimmed(), QByteArray("0")); // started in an empty folder
         QCOMPARE(QString::fromUtf8(readFile(result.outputs[1])), QStringLiteral("Zoë's job|/in/put.pdf"));
 
         QVERIFY(writeFile(m_root.filePath("Slow.workflow"), "#!/bin/sh\nsleep 30\n", kExecutable));
-        const WorkflowRunner::Result slow = WorkflowRunner(m_root.filePath("Slow.workflow")).setTimeout(300ms).run("x");
-        QCOMPARE(slow.status, WorkflowRunner::Status::TimedOut);
-
+        QCOMPARE(WorkflowRunner(m_root.filePath("Slow.workflow")).setTimeout(300ms).run("x").status,
+                 WorkflowRunner::Status::TimedOut);
         QVERIFY(QDir().mkpath(m_root.filePath("Empty.workflow")));
-        QCOMPARE(WorkflowRunner(m_root.filePath("Empty.workflow")).run("x").status, WorkflowRunner::Status::NotExecutable);
         QVERIFY(writeFile(m_root.filePath("Binary.workflow"), QByteArray("\x7f" "ELF garbage"), kExecutable));
-        QCOMPARE(WorkflowRunner(m_root.filePath("Binary.workflow")).run("x").status, WorkflowRunner::Status::NotExecutable);
+        for (const char* name : {"Empty.workflow", "Binary.workflow"})
+            QCOMPARE(WorkflowRunner(m_root.filePath(name)).run("x").status, WorkflowRunner::Status::NotExecutable);
     }
 
     void compressionOnlyWhenSmaller_data()
     {
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<QString>("fileName");
+        QTest::addColumn<QByteArray>("contents"); // empty: a page of photos
         QTest::addColumn<bool>("flag");
-        QTest::addColumn<QString>("expected"); // smaller, unchanged
-        QTest::newRow("photos shrink") << "photo" << "photos.pdf" << true << "smaller";
-        QTest::newRow("flag off") << "photo" << "off.pdf" << false << "unchanged";
-        QTest::newRow("capital extension") << "photo" << "CAPS.PDF" << true << "unchanged";
-        QTest::newRow("tiny text would grow") << "tiny" << "tiny.pdf" << true << "unchanged";
-        QTest::newRow("damaged") << "damaged" << "damaged.pdf" << true << "unchanged";
+        QTest::addColumn<bool>("shrinks");
+        const QByteArray tiny = "%PDF-1.1\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj 2 0 obj<</Type/Pages/Kids[3 0 R]"
+                                "/Count 1>>endobj 3 0 obj<</Type/Page/MediaBox[0 0 3 3]/Parent 2 0 R>>endobj\n"
+                                "trailer<</Root 1 0 R>>\n%%EOF\n";
+        const QByteArray damaged = "%PDF-1.4\n1 0 obj << /Type /Catalog /Pages 2 0 R >>\nstream\n\xff\xfe garbage";
+        QTest::newRow("photos shrink") << QByteArray() << true << true;
+        QTest::newRow("flag off") << QByteArray() << false << false;
+        QTest::newRow("capital extension") << QByteArray() << true << false; // only ".pdf" files are compressed
+        QTest::newRow("tiny text would grow") << tiny << true << false;
+        QTest::newRow("damaged") << damaged << true << false;
     }
 
     void compressionOnlyWhenSmaller()
     {
-        QFETCH(QString, kind);
-        QFETCH(QString, fileName);
+        QFETCH(QByteArray, contents);
         QFETCH(bool, flag);
-        QFETCH(QString, expected);
-        const QString path = m_root.filePath(QStringLiteral("compress-%1-%2").arg(QTest::currentDataTag(), fileName).replace(' ', '_'));
-        if (kind == "photo")
-            QVERIFY(test::PdfFactory::photoPdf(path, 1, 1200));
-        else if (kind == "tiny")
-            QVERIFY(writeFile(path, "%PDF-1.1\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj 2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj "
-                                    "3 0 obj<</Type/Page/MediaBox[0 0 3 3]/Parent 2 0 R>>endobj\ntrailer<</Root 1 0 R>>\n%%EOF\n"));
-        else
-            QVERIFY(writeFile(path, "%PDF-1.4\n1 0 obj << /Type /Catalog /Pages 2 0 R >>\nstream\n\xff\xfe garbage"));
+        QFETCH(bool, shrinks);
+        const QString name = QString(QTest::currentDataTag()).replace(' ', '_');
+        const QString path = m_root.filePath(name + (name == "capital_extension" ? ".PDF" : ".pdf"));
+        QVERIFY(contents.isEmpty() ? test::PdfFactory::photoPdf(path, 1, 1200) : writeFile(path, contents));
         const QByteArray before = readFile(path);
         compress_pdf(path, flag);
         const QByteArray after = readFile(path);
-        if (expected == "smaller") {
-            QVERIFY2(after.size() < before.size(), qPrintable(QStringLiteral("%1 -> %2").arg(before.size()).arg(after.size())));
-            QCOMPARE(pageCount(path), 1);
-        } else {
+        if (!shrinks)
             QCOMPARE(after, before);
-        }
+        else
+            QVERIFY2(after.size() < before.size() && pdfInfo(path).contains("Pages: 1 "),
+                     qPrintable(QString("%1 -> %2 bytes: %3").arg(before.size()).arg(after.size()).arg(pdfInfo(path))));
         QVERIFY(!QFile::exists(QDir::tempPath() + "/" + path_basename(path))); // no leftovers
     }
 
@@ -278,17 +223,13 @@ private slots:
         const QString pdf = m_root.filePath("keywords.pdf");
         QVERIFY(test::PdfFactory::textPdf(pdf, {"Keyword page"}));
         QVERIFY(get_pdf_keyword(pdf).isNull());
-        QVERIFY(add_pdf_keyword(pdf, "invoice"));
-        QVERIFY(add_pdf_keyword(pdf, "A7G_p2ip-42"));
-        QVERIFY(add_pdf_keyword(pdf, "A7G_p2ip-43"));
+        for (const char* keyword : {"invoice", "A7G_p2ip-42", "A7G_p2ip-43"})
+            QVERIFY(add_pdf_keyword(pdf, keyword));
         QCOMPARE(get_pdf_keyword(pdf), QStringLiteral("A7G_p2ip-42"));
         QCOMPARE(rem_pdf_keyword(pdf), QStringLiteral("A7G_p2ip-42"));
         QCOMPARE(get_pdf_keyword(pdf), QStringLiteral("A7G_p2ip-43"));
-        QCOMPARE(pageCount(pdf), 1);
-        QProcess info;
-        info.start("pdfinfo", {pdf});
-        info.waitForFinished(30000);
-        QVERIFY(QString::fromUtf8(info.readAllStandardOutput()).contains("invoice, A7G_p2ip-43"));
+        const QString info = pdfInfo(pdf);
+        QVERIFY2(info.contains("Keywords: invoice, A7G_p2ip-43 ") && info.contains("Pages: 1 "), qPrintable(info));
 
         const QString broken = m_root.filePath("broken.pdf");
         QVERIFY(writeFile(broken, "not a pdf"));
@@ -303,10 +244,9 @@ private slots:
         const QString a = m_root.filePath("mine a.pdf"), b = m_root.filePath("mine b.pdf");
         QVERIFY(writeFile(a, "A") && writeFile(b, "B"));
         const QStringList copies = make_temp_fl({b, a});
-        QCOMPARE(copies.size(), 2);
-        QCOMPARE(path_basename(copies[0]), QStringLiteral("mine b.pdf"));
-        QCOMPARE(path_dirname(copies[0]), path_dirname(copies[1]));
-        QVERIFY(path_dirname(copies[0]) != m_root.path());
+        const QString folder = path_dirname(copies.value(0));
+        QCOMPARE(copies, QStringList({folder + "/mine b.pdf", folder + "/mine a.pdf"})); // one new folder
+        QVERIFY(folder != m_root.path());
         QCOMPARE(readFile(copies[1]), QByteArray("A"));
         QVERIFY(make_temp_fl({a}).first() != copies[1]); // a new folder each time
     }
