@@ -10,6 +10,7 @@
 #include "foundation/DialogService.h"
 #include "foundation/QtDialogService.h"
 #include "pipeline/jobinfo.h"
+#include "ui/ApplicationShell.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -64,12 +65,27 @@ int runInstance(QCoreApplication& app, bool withWindows)
     CommandLine commandLine;
     addCommands(commandLine, session);
     MainAppDelegate& delegate = session.delegate(); // settings registered, store opened
+    // With a display: the panel asks for destinations, the tray offers the
+    // commands; quitting saves first.
+    std::unique_ptr<ApplicationShell> shell;
+    if (withWindows) {
+        QApplication::setQuitOnLastWindowClosed(false);
+        shell = std::make_unique<ApplicationShell>(delegate);
+        QObject::connect(shell.get(), &ApplicationShell::quitRequested, &app, [&] {
+            delegate.stopProcessing();
+            if (delegate.applicationShouldTerminate() == MainAppDelegateBase::TerminateReply::Now)
+                app.quit();
+        });
+    }
     instance.setHandler([&](const InstanceRequest& request) -> InstanceReply {
         if (request.kind == InstanceRequest::Kind::Open) {
             delegate.openFiles(request.arguments);
             return {0, QStringLiteral("%1 file(s) taken into the queue\n").arg(request.arguments.size()), QString()};
         }
-        return runCommand(commandLine, request);
+        const InstanceReply reply = runCommand(commandLine, request);
+        if (shell)
+            shell->applySettings(); // a command may have changed settings or destinations
+        return reply;
     });
 
     UnixSignalWatcher signalWatcher;
@@ -82,6 +98,7 @@ int runInstance(QCoreApplication& app, bool withWindows)
         << QCoreApplication::applicationPid() << "; spool " << SpoolLocations::spoolDirectory() << '\n';
     err.flush();
     const int status = app.exec();
+    shell.reset();
     delegate.saveAction();
     return status;
 }

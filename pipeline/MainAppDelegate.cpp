@@ -132,22 +132,15 @@ void MainAppDelegate::openFiles(const QStringList& paths)
 
 void MainAppDelegate::processAllFiles()
 {
-    const QString spool = SpoolLocations::spoolDirectory();
-    const QString localPrefix = spool + user_name() + kMarker;
-    const QString remotePrefix = spool + QStringLiteral("remote:");
-    const bool active = m_sessionActive();
     QStringList local, remote;
     if (m_running) {
         // A batch is under way (this scan came from a wait inside it): its
         // files are listed again by the rescans that follow.
         qCInfo(lcSpool) << "a batch is running; this scan is left to the next one";
     } else {
-        for (const QString& path : ls_files(spool + QStringLiteral("*.pdf")) + ls_files(spool + QStringLiteral("*.ps"))) {
-            if (path.startsWith(localPrefix))
-                local << path;
-            else if (path.startsWith(remotePrefix) && active)
-                remote << path;
-        }
+        const SpoolJobs jobs = waitingJobs();
+        local = jobs.local;
+        remote = jobs.remote;
     }
     emit spoolScanned(int(remote.size()), int(local.size()));
     UserDefaults& defaults = UserDefaults::standard();
@@ -163,6 +156,22 @@ void MainAppDelegate::processAllFiles()
         schedule(double(m_rerunTimer), [this] { processAllFiles(); });
         m_rerunTimer *= 2;
     }
+}
+
+MainAppDelegate::SpoolJobs MainAppDelegate::waitingJobs() const
+{
+    const QString spool = SpoolLocations::spoolDirectory();
+    const QString localPrefix = spool + user_name() + kMarker;
+    const QString remotePrefix = spool + QStringLiteral("remote:");
+    const bool active = m_sessionActive();
+    SpoolJobs jobs;
+    for (const QString& path : ls_files(spool + QStringLiteral("*.pdf")) + ls_files(spool + QStringLiteral("*.ps"))) {
+        if (path.startsWith(localPrefix))
+            jobs.local << path;
+        else if (path.startsWith(remotePrefix) && active)
+            jobs.remote << path;
+    }
+    return jobs;
 }
 
 bool MainAppDelegate::is_running()
@@ -285,7 +294,7 @@ void MainAppDelegate::stopProcessing()
     emit runningChanged(false);
 }
 
-void MainAppDelegate::choosePDFFiles()
+void MainAppDelegate::choosePDFFiles(const QString& destination)
 {
     if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
         qCWarning(lcSpool) << "choosing files needs a display";
@@ -294,7 +303,7 @@ void MainAppDelegate::choosePDFFiles()
     const QStringList chosen =
         QFileDialog::getOpenFileNames(nullptr, QString(), QString(), QStringLiteral("PDF documents (*.pdf)"));
     if (!chosen.isEmpty())
-        schedule(0, [this, chosen] { processPDFFiles(chosen); });
+        schedule(0, [this, chosen, destination] { processPDFFiles(chosen, destination); });
 }
 
 void MainAppDelegate::printDocuments(const QStringList& paths)

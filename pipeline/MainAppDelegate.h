@@ -39,11 +39,21 @@ public:
     void startWatchingSpool();
 
     Q_INVOKABLE void processAllFiles();
+    // This user's jobs in the spool; "remote:" jobs only while the console
+    // session is active.
+    struct SpoolJobs {
+        QStringList remote;
+        QStringList local;
+        int count() const { return int(remote.size() + local.size()); }
+    };
+    SpoolJobs waitingJobs() const;
     bool processPDFFiles(const QStringList& paths, const QString& destination = QString());
 
     void retryAgrain();
     void clearQueue();
-    void choosePDFFiles();
+    // Asks for PDF files and sends them to the destination (none: the
+    // usual choice).
+    void choosePDFFiles(const QString& destination = QString());
     void printDocuments(const QStringList& paths);
     void takeScreenShot();
     void processScreenShop(const QString& path);

@@ -1,0 +1,47 @@
+#include "ui/ApplicationShell.h"
+
+#include "pipeline/MainAppDelegate.h"
+#include "ui/DestinationPanel.h"
+#include "ui/PanelDestinationChooser.h"
+#include "ui/PreferencesWindow.h"
+#include "ui/StatusMenu.h"
+
+namespace quirepad {
+
+ApplicationShell::ApplicationShell(MainAppDelegate& delegate, QObject* parent)
+    : QObject(parent)
+    , m_delegate(delegate)
+    , m_statusMenu(std::make_unique<StatusMenu>(delegate))
+{
+    auto chooser = std::make_unique<PanelDestinationChooser>(delegate);
+    m_panel = &chooser->panel();
+    m_delegate.setDestinationChooser(std::move(chooser));
+
+    connect(m_panel, &DestinationPanel::preferencesRequested, this, &ApplicationShell::showPreferences);
+    connect(m_statusMenu.get(), &StatusMenu::preferencesRequested, this, &ApplicationShell::showPreferences);
+    connect(m_statusMenu.get(), &StatusMenu::quitRequested, this, &ApplicationShell::quitRequested);
+    m_statusMenu->applySettings();
+}
+
+ApplicationShell::~ApplicationShell()
+{
+    m_delegate.setDestinationChooser(nullptr); // the panel goes with its chooser
+}
+
+void ApplicationShell::showPreferences()
+{
+    if (!m_preferences) {
+        m_preferences = std::make_unique<PreferencesWindow>(m_delegate);
+        connect(m_preferences.get(), &PreferencesWindow::settingsChanged, this, &ApplicationShell::applySettings);
+    }
+    m_preferences->present();
+}
+
+void ApplicationShell::applySettings()
+{
+    m_statusMenu->applySettings();
+    m_statusMenu->rebuildMenu();
+    m_statusMenu->refreshStatus();
+}
+
+} // namespace quirepad

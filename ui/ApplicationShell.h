@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QObject>
+
+#include <memory>
+
+namespace quirepad {
+
+class DestinationPanel;
+class MainAppDelegate;
+class PreferencesWindow;
+class StatusMenu;
+
+// The windowed program around the pipeline: the destination panel asks
+// for destinations, the tray menu offers the commands, the preferences
+// window edits destinations and settings. The delegate must outlive it.
+class ApplicationShell : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit ApplicationShell(MainAppDelegate& delegate, QObject* parent = nullptr);
+    ~ApplicationShell() override;
+
+    DestinationPanel& panel() const { return *m_panel; }
+    StatusMenu& statusMenu() const { return *m_statusMenu; }
+    PreferencesWindow* preferencesWindow() const { return m_preferences.get(); }
+
+    void showPreferences();
+    // Settings may have changed behind our back (a forwarded command).
+    void applySettings();
+
+signals:
+    void quitRequested();
+
+private:
+    MainAppDelegate& m_delegate;
+    DestinationPanel* m_panel = nullptr; // owned by the delegate's chooser
+    std::unique_ptr<StatusMenu> m_statusMenu;
+    std::unique_ptr<PreferencesWindow> m_preferences; // made on first use
+};
+
+} // namespace quirepad

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QWidget>
+
+class QCheckBox;
+class QComboBox;
+class QPushButton;
+class QSpinBox;
+class QTableView;
+
+namespace quirepad {
+
+class DestinationTableModel;
+class MainAppDelegateBase;
+
+// The preferences: the destinations with their editable fields, adding
+// and removing them, and the settings of the panel and the tray. Every
+// change is saved at once.
+class PreferencesWindow : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit PreferencesWindow(MainAppDelegateBase& delegate, QWidget* parent = nullptr);
+    ~PreferencesWindow() override;
+
+    // Raises the window, reading the records and settings again.
+    void present();
+
+    QTableView* table() const { return m_table; }
+    DestinationTableModel* model() const { return m_model; }
+    QPushButton* removeButton() const { return m_remove; }
+
+    // Adds a destination of a type letter under a name; answers its row.
+    int addDestination(const QString& typeLetter, const QString& name);
+    // Removes the selected destination after asking; built-ins stay.
+    bool removeSelected();
+
+signals:
+    // A setting that the tray or the panel reads has changed.
+    void settingsChanged();
+
+private:
+    void buildSettings(QWidget& page);
+    void readSettings();
+    void updateButtons();
+    void save();
+
+    MainAppDelegateBase& m_delegate;
+    DestinationTableModel* m_model = nullptr; // child
+    QTableView* m_table = nullptr;            // child
+    QPushButton* m_remove = nullptr;          // child
+    QCheckBox* m_followMouse = nullptr;
+    QCheckBox* m_showTray = nullptr;
+    QSpinBox* m_maxcount = nullptr;
+    QComboBox* m_defaultDestination = nullptr;
+};
+
+} // namespace quirepad

@@ -1,0 +1,174 @@
+#include "ui/StatusMenu.h"
+
+#include "foundation/UserDefaults.h"
+#include "pipeline/MainAppDelegate.h"
+#include "store/DestinationItem.h"
+#include "store/DestinationSchema.h"
+#include "store/Predicate.h"
+
+#include <QAction>
+#include <QCursor>
+#include <QMenu>
+#include <QPainter>
+#include <QPainterPath>
+#include <QSystemTrayIcon>
+#include <QTimer>
+
+namespace quirepad {
+
+StatusMenu::StatusMenu(MainAppDelegate& delegate, QObject* parent)
+    : QObject(parent)
+    , m_delegate(delegate)
+    , m_menu(std::make_unique<QMenu>())
+    , m_tray(std::make_unique<QSystemTrayIcon>())
+{
+    m_menu->setTitle(QStringLiteral("Quirepad"));
+    m_statusAction = m_menu->addAction(QString());
+    m_statusAction->setEnabled(false);
+    m_menu->addSeparator();
+    m_destinationsEnd = m_menu->addSeparator();
+
+    // Commands run on the next turn of the event loop, after the menu closed.
+    auto later = [this](auto call) { return [this, call] { QTimer::singleShot(0, this, call); }; };
+    m_menu->addAction(tr("Process PDF Files…"), this, later([this] { m_delegate.choosePDFFiles(); }));
+    m_menu->addAction(tr("Take Screenshot"), this, later([this] { m_delegate.takeScreenShot(); }));
+    m_menu->addSeparator();
+    m_menu->addAction(tr("Retry"), this, later([this] { m_delegate.retryAgrain(); }));
+    // Stop must get in while a batch waits, so it acts at once.
+    m_stopAction = m_menu->addAction(tr("Stop"), this, [this] { m_delegate.stopProcessing(); });
+    m_menu->addAction(tr("Clear Queue"), this, later([this] {
+        m_delegate.clearQueue();
+        refreshStatus();
+    }));
+    m_menu->addSeparator();
+    m_menu->addAction(tr("Install Print Driver…"), this, later([this] { m_delegate.installDriver(); }));
+    m_menu->addAction(tr("Preferences…"), this, [this] { emit preferencesRequested(); });
+    m_menu->addSeparator();
+    m_menu->addAction(tr("Quit"), this, [this] { emit quitRequested(); });
+
+    connect(m_menu.get(), &QMenu::aboutToShow, this, [this] {
+        rebuildMenu();
+        refreshStatus();
+    });
+    connect(&m_delegate, &MainAppDelegate::runningChanged, this, &StatusMenu::refreshStatus);
+    connect(&m_delegate, &MainAppDelegate::spoolScanned, this, &StatusMenu::refreshStatus);
+    connect(&m_delegate, &MainAppDelegate::jobFinished, this, &StatusMenu::refreshStatus);
+    connect(&m_delegate, &MainAppDelegate::currentFileInfoChanged, this, [this](const QVariantMap& info) {
+        m_currentTitle = info.value(QStringLiteral("title")).toString();
+        refreshStatus();
+    });
+
+    m_tray->setContextMenu(m_menu.get());
+    // A plain click opens the menu too, where the tray host leaves it to us.
+    connect(m_tray.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger)
+            m_menu->popup(QCursor::pos());
+    });
+    rebuildMenu();
+    refreshStatus();
+}
+
+StatusMenu::~StatusMenu()
+{
+    m_tray->setContextMenu(nullptr);
+}
+
+void StatusMenu::applySettings()
+{
+    m_tray->setVisible(UserDefaults::standard().boolValue(QStringLiteral("show_menubar_icon")));
+}
+
+void StatusMenu::rebuildMenu()
+{
+    for (QAction* action : std::as_const(m_destinationActions)) {
+        m_menu->removeAction(action);
+        action->deleteLater();
+    }
+    m_destinationActions.clear();
+
+    ManagedObjectContext* context = m_delegate.managedObjectContext();
+    if (!context)
+        return;
+    const auto records = context->entities(QString::fromLatin1(DestinationSchema::entityName),
+                                           Predicate::equals(QStringLiteral("in_menu"), true),
+                                           {{QStringLiteral("order"), true}});
+    for (const DestinationItem* record : records.value_or(QList<DestinationItem*>())) {
+        const QString name = record->name();
+        auto* action = new QAction(record->icon(), name, m_menu.get());
+        action->setToolTip(tr("Send PDF files to %1").arg(name));
+        connect(action, &QAction::triggered, this,
+                [this, name] { QTimer::singleShot(0, this, [this, name] { sendFilesTo(name); }); });
+        m_menu->insertAction(m_destinationsEnd, action);
+        m_destinationActions << action;
+    }
+}
+
+void StatusMenu::sendFilesTo(const QString& destination)
+{
+    m_delegate.choosePDFFiles(destination);
+}
+
+void StatusMenu::refreshStatus()
+{
+    const bool busy = m_delegate.running();
+    m_waiting = m_delegate.waitingJobs().count();
+    QString text;
+    if (busy && !m_currentTitle.isEmpty())
+        text = tr("Delivering “%1”").arg(m_currentTitle);
+    else if (busy)
+        text = tr("Delivering");
+    else
+        text = tr("Idle");
+    if (m_waiting > 0)
+        text += tr(" — %n job(s) waiting", nullptr, m_waiting);
+    m_statusText = text;
+    m_statusAction->setText(text);
+    m_stopAction->setEnabled(busy);
+    m_tray->setToolTip(QStringLiteral("Quirepad\n") + text);
+    m_tray->setIcon(statusIcon(busy, m_waiting));
+}
+
+QIcon StatusMenu::statusIcon(bool busy, int waiting)
+{
+    QIcon icon;
+    for (const int size : {16, 22, 24, 32, 48, 64}) {
+        QPixmap pixmap(size, size);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.scale(size / 32.0, size / 32.0);
+        // A sheet with a folded corner and three lines of text.
+        QPainterPath sheet;
+        sheet.moveTo(7, 3);
+        sheet.lineTo(20, 3);
+        sheet.lineTo(26, 9);
+        sheet.lineTo(26, 29);
+        sheet.lineTo(7, 29);
+        sheet.closeSubpath();
+        painter.setPen(QPen(QColor(0x2b, 0x3a, 0x4a), 1.6));
+        painter.setBrush(Qt::white);
+        painter.drawPath(sheet);
+        painter.drawLine(QPointF(20, 3), QPointF(20, 9));
+        painter.drawLine(QPointF(20, 9), QPointF(26, 9));
+        painter.setPen(QPen(busy ? QColor(0xe0, 0x7a, 0x10) : QColor(0x2f, 0x6f, 0xd0), 2.2, Qt::SolidLine, Qt::RoundCap));
+        for (const int y : {14, 19, 24})
+            painter.drawLine(QPointF(11, y), QPointF(22, y));
+        if (waiting > 0) {
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(QColor(0xd0, 0x30, 0x30));
+            painter.drawEllipse(QPointF(24, 24), 7.5, 7.5);
+            painter.setPen(Qt::white);
+            QFont font = painter.font();
+            font.setPixelSize(10);
+            font.setBold(true);
+            painter.setFont(font);
+            painter.drawText(QRectF(16.5, 16.5, 15, 15), Qt::AlignCenter,
+                             waiting > 9 ? QStringLiteral("9+") : QString::number(waiting));
+        }
+        painter.end();
+        icon.addPixmap(pixmap);
+    }
+    return icon;
+}
+
+} // namespace quirepad
