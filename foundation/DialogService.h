@@ -3,6 +3,7 @@
 #include "foundation/Error.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 
@@ -36,6 +37,9 @@ public:
     // A save panel opened on the suggested path's folder with its file name
     // filled in. The chosen path, or a null string when cancelled.
     virtual QString chooseSaveFile(const QString& suggestedPath) = 0;
+    // An open panel for several files matching a name filter ("PDF
+    // documents (*.pdf)"). The chosen paths; none when cancelled.
+    virtual QStringList chooseOpenFiles(const QString& nameFilter) = 0;
 
     // A passing desktop notification; revealPath (when not empty) is the file
     // shown in the file manager when the user activates it.

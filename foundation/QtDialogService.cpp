@@ -141,4 +141,9 @@ QString QtDialogService::chooseSaveFile(const QString& suggestedPath)
     return QFileDialog::getSaveFileName(nullptr, QString(), suggestedPath);
 }
 
+QStringList QtDialogService::chooseOpenFiles(const QString& nameFilter)
+{
+    return QFileDialog::getOpenFileNames(nullptr, QString(), QString(), nameFilter);
+}
+
 } // namespace quirepad

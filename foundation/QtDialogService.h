@@ -26,6 +26,7 @@ public:
     QString prompt(const QString& message, const QString& informative, const QString& initialValue,
         const QString& confirmTitle, const QString& cancelTitle) override;
     QString chooseSaveFile(const QString& suggestedPath) override;
+    QStringList chooseOpenFiles(const QString& nameFilter) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
 
     // Object names of the prompt's parts.

@@ -33,6 +33,8 @@ QString ScriptedDialogService::kindName(Kind kind)
         return QStringLiteral("notification");
     case Kind::SavePanel:
         return QStringLiteral("save panel");
+    case Kind::OpenPanel:
+        return QStringLiteral("open panel");
     }
     return QString();
 }
@@ -136,6 +138,17 @@ QString ScriptedDialogService::chooseSaveFile(const QString& suggestedPath)
                                     : suggestedPath;
     record({ Kind::SavePanel, suggestedPath, QString(), QString(), QString(), suggestedPath, QString(),
         chosen.isNull() ? QVariant() : QVariant(chosen) });
+    return chosen;
+}
+
+QStringList ScriptedDialogService::chooseOpenFiles(const QString& nameFilter)
+{
+    // Unscripted, it is cancelled: there is nothing to choose from.
+    bool scripted = false;
+    const QVariant answer = takeAnswer(&scripted);
+    const QStringList chosen = scripted ? answer.toStringList() : QStringList();
+    record({ Kind::OpenPanel, nameFilter, QString(), QString(), QString(), QString(), QString(),
+        chosen.isEmpty() ? QVariant() : QVariant(chosen) });
     return chosen;
 }
 

@@ -16,7 +16,7 @@ namespace quirepad {
 class ScriptedDialogService final : public DialogService
 {
 public:
-    enum class Kind { Alert, Error, Question, Prompt, Notification, SavePanel };
+    enum class Kind { Alert, Error, Question, Prompt, Notification, SavePanel, OpenPanel };
 
     struct Interaction {
         Kind kind = Kind::Alert;
@@ -33,7 +33,8 @@ public:
 
     // Queues the answer to a coming interaction (first in, first out):
     // int for alerts and errors, bool for questions, QString or an invalid
-    // QVariant (nothing entered / cancelled) for prompts.
+    // QVariant (nothing entered / cancelled) for prompts, QStringList for
+    // open panels.
     void enqueueAnswer(const QVariant& answer);
     qsizetype pendingAnswers() const { return m_answers.size(); }
 
@@ -47,6 +48,7 @@ public:
     QString prompt(const QString& message, const QString& informative, const QString& initialValue,
         const QString& confirmTitle, const QString& cancelTitle) override;
     QString chooseSaveFile(const QString& suggestedPath) override;
+    QStringList chooseOpenFiles(const QString& nameFilter) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
 
     static QString kindName(Kind kind);

@@ -1,6 +1,7 @@
 #include "pipeline/MainAppDelegate.h"
 
 #include "foundation/DesktopEntry.h"
+#include "foundation/DialogService.h"
 #include "foundation/ProcessRunner.h"
 #include "foundation/UserDefaults.h"
 #include "foundation/desktop.h"
@@ -16,7 +17,7 @@
 #include "foundation/runloop.h"
 
 #include <QCursor>
-#include <QFileDialog>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QImage>
 #include <QLoggingCategory>
@@ -296,12 +297,7 @@ void MainAppDelegate::stopProcessing()
 
 void MainAppDelegate::choosePDFFiles(const QString& destination)
 {
-    if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
-        qCWarning(lcSpool) << "choosing files needs a display";
-        return;
-    }
-    const QStringList chosen =
-        QFileDialog::getOpenFileNames(nullptr, QString(), QString(), QStringLiteral("PDF documents (*.pdf)"));
+    const QStringList chosen = DialogService::current().chooseOpenFiles(QStringLiteral("PDF documents (*.pdf)"));
     if (!chosen.isEmpty())
         schedule(0, [this, chosen, destination] { processPDFFiles(chosen, destination); });
 }

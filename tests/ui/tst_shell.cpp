@@ -1,0 +1,243 @@
+#include "TestFiles.h"
+#include "TestRegistry.h"
+#include "UiFixture.h"
+
+#include "foundation/session.h"
+#include "pipeline/jobinfo.h"
+#include "ui/ApplicationShell.h"
+#include "ui/DestinationPanelView.h"
+#include "ui/DestinationTableModel.h"
+#include "ui/PreferencesWindow.h"
+#include "ui/StatusMenu.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QDir>
+#include <QMenu>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QSystemTrayIcon>
+#include <QTableView>
+#include <QTest>
+
+using namespace quirepad;
+using namespace quirepad::test;
+
+class ApplicationShellTest : public QObject
+{
+    Q_OBJECT
+
+    UiFixture m_fx;
+    std::unique_ptr<ApplicationShell> m_shell;
+
+    QString spool() const { return SpoolLocations::spoolDirectory(); }
+    QString desktop() const { return m_fx.root.filePath("home/Desktop"); }
+
+    void spoolJob(const QString& title)
+    {
+        const QString path = spool() + user_name() + QStringLiteral("-D3F2UG-") + title + QStringLiteral(".pdf");
+        QVERIFY(writeFile(path, "%PDF-1.4 " + title.toUtf8()));
+        QVERIFY(writeFile(path + ".info", "TITLE=" + title.toUtf8() + "\n"));
+    }
+    QStringList files(const QString& dir) const { return QDir(dir).entryList(QDir::Files, QDir::Name); }
+    QStringList menuTexts() const
+    {
+        QStringList texts;
+        for (const QAction* action : m_shell->statusMenu().menu()->actions())
+            if (!action->isSeparator())
+                texts << action->text();
+        return texts;
+    }
+    QAction* menuAction(const QString& text) const
+    {
+        for (QAction* action : m_shell->statusMenu().menu()->actions())
+            if (action->text() == text)
+                return action;
+        return nullptr;
+    }
+    QStringList panelTitles()
+    {
+        QStringList titles;
+        runPanel(m_shell->panel(), [&] {
+            for (const QVariant& item : m_shell->panel().destnationList())
+                titles << item.toMap().value("title").toString();
+            m_shell->panel().cancelOperation();
+        });
+        return titles;
+    }
+
+private slots:
+    void initTestCase() { m_fx.setUpEnvironment(); }
+
+    void init()
+    {
+        m_fx.start();
+        QDir(spool()).removeRecursively();
+        QVERIFY(QDir().mkpath(spool()));
+        QDir(desktop()).removeRecursively();
+        m_shell = std::make_unique<ApplicationShell>(*m_fx.delegate);
+    }
+
+    void cleanup()
+    {
+        m_shell.reset();
+        m_fx.stop();
+    }
+
+    // Jobs that name no destination ask through the panel: a choice holds
+    // for the rest of the batch; a cancel discards one job, and the next
+    // job asks again.
+    void spoolJobsAskThroughThePanel_data()
+    {
+        QTest::addColumn<bool>("emptyMenu");
+        QTest::addColumn<QString>("keys");
+        QTest::addColumn<QStringList>("delivered");
+        QTest::addColumn<int>("questions");
+        QTest::newRow("Copy to Desktop chosen") << false << "c" << QStringList{"First.pdf", "Second.pdf"} << 1;
+        QTest::newRow("Escape discards each job") << false << "Escape" << QStringList() << 2;
+        QTest::newRow("nothing in the menu, Escape") << true << "Escape" << QStringList() << 2;
+    }
+
+    void spoolJobsAskThroughThePanel()
+    {
+        QFETCH(bool, emptyMenu);
+        QFETCH(QString, keys);
+        QFETCH(QStringList, delivered);
+        QFETCH(int, questions);
+        if (emptyMenu)
+            m_fx.menuOf({});
+        spoolJob("First");
+        spoolJob("Second");
+        DestinationPanel& panel = m_shell->panel();
+        int asked = 0;
+        int cells = -1;
+        connect(&panel, &DestinationPanel::choosing, &panel, [&] {
+            ++asked;
+            QTimer::singleShot(0, &panel, [&] {
+                QTest::qWaitForWindowActive(&panel, 2000);
+                cells = panel.destinationView()->count();
+                if (keys == QLatin1String("Escape")) {
+                    QTest::keyClick(panel.destinationView(), Qt::Key_Escape);
+                } else {
+                    QTest::keyClicks(panel.destinationView(), keys);
+                    QTest::keyClick(panel.destinationView(), Qt::Key_Return);
+                }
+            });
+        });
+        m_fx.delegate->processAllFiles();
+        QCOMPARE(asked, questions);
+        QCOMPARE(cells, emptyMenu ? 0 : 2);
+        QCOMPARE(files(desktop()), delivered);
+        QCOMPARE(files(spool()), QStringList()); // delivered or discarded by the user
+    }
+
+    void trayMenuOffersDestinationsAndCommands()
+    {
+        QCOMPARE(menuTexts(), (QStringList{"Idle", "Open in Preview", "Copy to Desktop", "Process PDF Files…",
+                                           "Take Screenshot", "Retry", "Stop", "Clear Queue",
+                                           "Install Print Driver…", "Preferences…", "Quit"}));
+        QVERIFY(!menuAction("Stop")->isEnabled()); // nothing to stop
+
+        // A destination of the menu sends the chosen files there.
+        const QString chosen = m_fx.root.filePath("Chosen.pdf");
+        QVERIFY(writeFile(chosen, "%PDF-1.4 chosen"));
+        m_fx.dialogs->enqueueAnswer(QStringList{chosen});
+        menuAction("Copy to Desktop")->trigger();
+        QTRY_COMPARE(files(desktop()), QStringList{"Chosen.pdf"});
+        QVERIFY(QFile::exists(chosen)); // a file of the user's is copied, not taken
+
+        // An open panel cancelled sends nothing.
+        menuAction("Process PDF Files…")->trigger();
+        QTRY_COMPARE(m_fx.dialogs->interactions().last().kind, ScriptedDialogService::Kind::OpenPanel);
+        QCOMPARE(files(desktop()), QStringList{"Chosen.pdf"});
+    }
+
+    void trayShowsWaitingJobs()
+    {
+        StatusMenu& status = m_shell->statusMenu();
+        spoolJob("One");
+        spoolJob("Two");
+        writeFile(spool() + "someone-else-D3F2UG-x.pdf", "%PDF-1.4"); // not this user's
+        status.refreshStatus();
+        QCOMPARE(status.waitingJobCount(), 2);
+        QCOMPARE(status.statusText(), QStringLiteral("Idle — 2 job(s) waiting"));
+        QVERIFY(status.trayIcon()->toolTip().contains("2 job(s) waiting"));
+        const QImage waitingIcon = status.trayIcon()->icon().pixmap(32).toImage();
+
+        menuAction("Clear Queue")->trigger();
+        QTRY_COMPARE(status.waitingJobCount(), 0);
+        QCOMPARE(status.statusText(), QStringLiteral("Idle"));
+        QVERIFY(status.trayIcon()->icon().pixmap(32).toImage() != waitingIcon); // the badge went
+
+        // While a batch runs the status names the job and Stop is offered.
+        QString during;
+        bool stopEnabled = false;
+        m_fx.delegate->setDestinationChooser(nullptr); // nobody to ask: the job stays
+        connect(m_fx.delegate.get(), &MainAppDelegate::currentFileInfoChanged, this, [&](const QVariantMap& info) {
+            if (!info.isEmpty()) {
+                during = status.statusText();
+                stopEnabled = menuAction("Stop")->isEnabled();
+            }
+        });
+        spoolJob("Report");
+        m_fx.delegate->processAllFiles();
+        QCOMPARE(during, QStringLiteral("Delivering “Report” — 1 job(s) waiting"));
+        QVERIFY(stopEnabled);
+    }
+
+    void preferencesEditDestinations()
+    {
+        m_shell->showPreferences();
+        PreferencesWindow* window = m_shell->preferencesWindow();
+        QVERIFY(window && window->isVisible());
+        DestinationTableModel* model = window->model();
+        QCOMPARE(model->rowCount(), 2);
+
+        // Added: saved, in the tray menu and in the panel.
+        const int row = window->addDestination("F", "Scans");
+        QVERIFY(row >= 0);
+        QVERIFY(!m_fx.context().hasChanges());
+        emit m_shell->statusMenu().menu()->aboutToShow(); // the menu reads the store when it opens
+        QVERIFY(menuTexts().contains("Scans"));
+        QVERIFY(panelTitles().contains("Scans"));
+
+        // Renamed and taken out of the menu through the table.
+        QVERIFY(model->setData(model->index(row, DestinationTableModel::Name), "Scanned", Qt::EditRole));
+        QVERIFY(!model->setData(model->index(row, DestinationTableModel::Name), "  ", Qt::EditRole));
+        QVERIFY(!m_fx.context().hasChanges());
+        QCOMPARE(panelTitles(), (QStringList{"Scanned", "Open in Preview", "Copy to Desktop"}));
+        QVERIFY(model->setData(model->index(row, DestinationTableModel::InMenu), Qt::Unchecked, Qt::CheckStateRole));
+        QCOMPARE(panelTitles(), (QStringList{"Open in Preview", "Copy to Desktop"}));
+
+        // The built-in Copy to Desktop cannot be removed; the new one can.
+        const int builtin = model->rowOf(m_fx.context().firstEntity("Destination", Predicate::equals("recid", "copy_to_desktop")));
+        window->table()->selectRow(builtin);
+        QVERIFY(!window->removeButton()->isEnabled());
+        QVERIFY(!window->removeSelected());
+        window->table()->selectRow(model->rowOf(model->itemAt(row)));
+        QVERIFY(window->removeButton()->isEnabled());
+        m_fx.dialogs->enqueueAnswer(true);
+        QVERIFY(window->removeSelected());
+        QCOMPARE(model->rowCount(), 2);
+        QVERIFY(!m_fx.context().hasChanges());
+    }
+
+    void preferencesSettingsReachTheTray()
+    {
+        m_shell->showPreferences();
+        PreferencesWindow* window = m_shell->preferencesWindow();
+        QSystemTrayIcon* tray = m_shell->statusMenu().trayIcon();
+        QVERIFY(tray->isVisible());
+        QCheckBox* showTray = nullptr;
+        for (QCheckBox* box : window->findChildren<QCheckBox*>())
+            if (box->text().contains("tray"))
+                showTray = box;
+        QVERIFY(showTray && showTray->isChecked());
+        showTray->click();
+        QVERIFY(!UserDefaults::standard().boolValue("show_menubar_icon"));
+        QVERIFY(!tray->isVisible());
+    }
+};
+
+QUIREPAD_REGISTER_TEST(ApplicationShellTest);
+#include "tst_shell.moc"
