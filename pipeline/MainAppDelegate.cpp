@@ -196,6 +196,12 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
 {
     if (paths.isEmpty())
         return false;
+    if (m_running) {
+        // A batch is under way (this call came from a wait inside it, such
+        // as the destination panel): these files follow when it is done.
+        m_followingBatches.append({paths, destination});
+        return true;
+    }
     m_workflows.refreshPluginList();
     m_running = true;
     emit runningChanged(true);
@@ -262,6 +268,10 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     finishBatch(delivered);
     m_running = false;
     emit runningChanged(false);
+    if (!m_followingBatches.isEmpty()) {
+        const Batch next = m_followingBatches.takeFirst();
+        schedule(0, [this, next] { processPDFFiles(next.paths, next.destination); });
+    }
     return true;
 }
 
@@ -291,6 +301,9 @@ void MainAppDelegate::clearQueue()
 
 void MainAppDelegate::stopProcessing()
 {
+    if (!m_followingBatches.isEmpty())
+        qCInfo(lcSpool) << "stopped:" << m_followingBatches.size() << "waiting batch(es) of files dropped";
+    m_followingBatches.clear();
     m_running = false;
     emit runningChanged(false);
 }

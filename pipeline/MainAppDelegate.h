@@ -83,7 +83,13 @@ private:
     void setCurrentFileInfo(const QVariantMap& info);
     void schedule(double seconds, std::function<void()> call);
 
+    struct Batch {
+        QStringList paths;
+        QString destination;
+    };
+
     std::unique_ptr<DestinationChooser> m_chooser;
+    QList<Batch> m_followingBatches; // files that arrived during a batch
     std::unique_ptr<TriggerWatcher> m_watcher;
     WorkflowLibrary m_workflows;
     std::function<bool()> m_sessionActive;

@@ -17,6 +17,11 @@ ApplicationShell::ApplicationShell(MainAppDelegate& delegate, QObject* parent)
     m_panel = &chooser->panel();
     m_delegate.setDestinationChooser(std::move(chooser));
 
+    // Stop while the panel waits: the question goes away, the job stays.
+    connect(&m_delegate, &MainAppDelegate::runningChanged, this, [this](bool running) {
+        if (!running)
+            m_panel->withdraw();
+    });
     connect(m_panel, &DestinationPanel::preferencesRequested, this, &ApplicationShell::showPreferences);
     connect(m_statusMenu.get(), &StatusMenu::preferencesRequested, this, &ApplicationShell::showPreferences);
     connect(m_statusMenu.get(), &StatusMenu::quitRequested, this, &ApplicationShell::quitRequested);

@@ -99,6 +99,7 @@ QString DestinationPanel::chooseDestination()
         return QString();
     }
     m_pluginName.clear();
+    m_withdrawn = false;
     buildList();
 
     QEventLoop loop;
@@ -182,6 +183,15 @@ void DestinationPanel::cancelOperation()
 {
     endModalSession();
     hide();
+}
+
+void DestinationPanel::withdraw()
+{
+    if (!m_modalLoop)
+        return;
+    m_withdrawn = true;
+    m_pluginName.clear();
+    cancelOperation();
 }
 
 void DestinationPanel::showPreferences()

@@ -37,6 +37,10 @@ public:
     void cancelOperation();
     // Ends the session and asks for the preferences (preferencesRequested).
     void showPreferences();
+    // Ends the session without an answer from the user (the batch was
+    // stopped): the job is kept rather than discarded.
+    void withdraw();
+    bool wasWithdrawn() const { return m_withdrawn; }
     // Applies a frame. Qt frames hang from their top-left corner, so a
     // change of size keeps the top edge where the frame puts it.
     void setFrame(const QRect& frame, bool display);
@@ -78,6 +82,7 @@ private:
     QEventLoop* m_modalLoop = nullptr; // the running session, on the stack of chooseDestination
     std::function<QRect(const QPoint&)> m_visibleFrame;
     bool m_placed = false;
+    bool m_withdrawn = false;
 };
 
 } // namespace quirepad

@@ -10,7 +10,8 @@ class DestinationPanel;
 class MainAppDelegateBase;
 
 // Asks through the destination panel: a chosen name, or a cancel (Escape,
-// closing, the preferences) that lets the batch discard its jobs.
+// closing, the preferences) that lets the batch discard its jobs. A panel
+// that is busy or withdrawn (Stop) leaves the job in the spool.
 class PanelDestinationChooser : public DestinationChooser
 {
 public:

@@ -131,6 +131,56 @@ private slots:
         QCOMPARE(files(spool()), QStringList()); // delivered or discarded by the user
     }
 
+    // What happens while the panel waits: Stop withdraws the question and
+    // keeps the job; files arriving then follow the batch.
+    void whileThePanelWaits_data()
+    {
+        QTest::addColumn<QString>("event");
+        QTest::addColumn<QStringList>("delivered");
+        QTest::addColumn<QStringList>("spooled");
+        const QString job = user_name() + "-D3F2UG-Waiting.pdf";
+        QTest::newRow("Stop from the tray") << "stop" << QStringList() << QStringList{job, job + ".info"};
+        QTest::newRow("a rescan, then a choice") << "scan" << QStringList{"Waiting.pdf"} << QStringList();
+        QTest::newRow("a file opened, then a choice")
+            << "open" << QStringList{"Opened.pdf", "Waiting.pdf"} << QStringList();
+    }
+
+    void whileThePanelWaits()
+    {
+        QFETCH(QString, event);
+        QFETCH(QStringList, delivered);
+        QFETCH(QStringList, spooled);
+        spoolJob("Waiting");
+        const QString opened = m_fx.root.filePath("Opened.pdf");
+        QVERIFY(writeFile(opened, "%PDF-1.4 opened"));
+        DestinationPanel& panel = m_shell->panel();
+        int asked = 0;
+        connect(&panel, &DestinationPanel::choosing, &panel, [&] {
+            if (++asked > 1)
+                return panel.cancelOperation();
+            QTimer::singleShot(0, &panel, [&] {
+                QTest::qWaitForWindowActive(&panel, 2000);
+                if (event == QLatin1String("stop")) {
+                    menuAction("Stop")->trigger();
+                    return;
+                }
+                if (event == QLatin1String("scan"))
+                    m_fx.delegate->processAllFiles();
+                else
+                    m_fx.delegate->processPDFFiles({opened}, "Copy to Desktop");
+                QVERIFY(panel.isVisible());
+                QTest::keyClicks(panel.destinationView(), "c");
+                QTest::keyClick(panel.destinationView(), Qt::Key_Return);
+            });
+        });
+        QTimer::singleShot(5000, &panel, [&panel] { panel.cancelOperation(); }); // never hang
+        m_fx.delegate->processAllFiles();
+        QTRY_COMPARE(files(desktop()), delivered);
+        QCOMPARE(asked, 1);
+        QVERIFY(!panel.isVisible());
+        QCOMPARE(QDir(spool()).entryList(QDir::Files, QDir::Name), spooled);
+    }
+
     void trayMenuOffersDestinationsAndCommands()
     {
         QCOMPARE(menuTexts(), (QStringList{"Idle", "Open in Preview", "Copy to Desktop", "Process PDF Files…",
