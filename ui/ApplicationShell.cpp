@@ -11,18 +11,17 @@ namespace quirepad {
 ApplicationShell::ApplicationShell(MainAppDelegate& delegate, QObject* parent)
     : QObject(parent)
     , m_delegate(delegate)
+    , m_panel(std::make_unique<DestinationPanel>(delegate))
     , m_statusMenu(std::make_unique<StatusMenu>(delegate))
 {
-    auto chooser = std::make_unique<PanelDestinationChooser>(delegate);
-    m_panel = &chooser->panel();
-    m_delegate.setDestinationChooser(std::move(chooser));
+    m_delegate.setDestinationChooser(std::make_unique<PanelDestinationChooser>(*m_panel));
 
     // Stop while the panel waits: the question goes away, the job stays.
     connect(&m_delegate, &MainAppDelegate::runningChanged, this, [this](bool running) {
         if (!running)
             m_panel->withdraw();
     });
-    connect(m_panel, &DestinationPanel::preferencesRequested, this, &ApplicationShell::showPreferences);
+    connect(m_panel.get(), &DestinationPanel::preferencesRequested, this, &ApplicationShell::showPreferences);
     connect(m_statusMenu.get(), &StatusMenu::preferencesRequested, this, &ApplicationShell::showPreferences);
     connect(m_statusMenu.get(), &StatusMenu::quitRequested, this, &ApplicationShell::quitRequested);
     m_statusMenu->applySettings();
@@ -30,7 +29,7 @@ ApplicationShell::ApplicationShell(MainAppDelegate& delegate, QObject* parent)
 
 ApplicationShell::~ApplicationShell()
 {
-    m_delegate.setDestinationChooser(nullptr); // the panel goes with its chooser
+    m_delegate.setDestinationChooser(nullptr); // before the panel it asks through goes
 }
 
 void ApplicationShell::showPreferences()

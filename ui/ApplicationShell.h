@@ -35,7 +35,7 @@ signals:
 
 private:
     MainAppDelegate& m_delegate;
-    DestinationPanel* m_panel = nullptr; // owned by the delegate's chooser
+    std::unique_ptr<DestinationPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<PreferencesWindow> m_preferences; // made on first use
 };

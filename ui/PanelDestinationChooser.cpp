@@ -4,19 +4,17 @@
 
 namespace quirepad {
 
-PanelDestinationChooser::PanelDestinationChooser(MainAppDelegateBase& delegate)
-    : m_panel(std::make_unique<DestinationPanel>(delegate))
+PanelDestinationChooser::PanelDestinationChooser(DestinationPanel& panel)
+    : m_panel(panel)
 {
 }
 
-PanelDestinationChooser::~PanelDestinationChooser() = default;
-
 DestinationChooser::Answer PanelDestinationChooser::chooseDestination()
 {
-    if (m_panel->isChoosing())
+    if (m_panel.isChoosing())
         return {Outcome::Unavailable, QString()}; // asked already: this job waits for a later scan
-    const QString name = m_panel->chooseDestination();
-    if (m_panel->wasWithdrawn())
+    const QString name = m_panel.chooseDestination();
+    if (m_panel.wasWithdrawn())
         return {Outcome::Unavailable, QString()};
     if (name.isNull())
         return {Outcome::Cancelled, QString()};

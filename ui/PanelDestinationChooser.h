@@ -2,12 +2,9 @@
 
 #include "pipeline/DestinationChooser.h"
 
-#include <memory>
-
 namespace quirepad {
 
 class DestinationPanel;
-class MainAppDelegateBase;
 
 // Asks through the destination panel: a chosen name, or a cancel (Escape,
 // closing, the preferences) that lets the batch discard its jobs. A panel
@@ -15,14 +12,13 @@ class MainAppDelegateBase;
 class PanelDestinationChooser : public DestinationChooser
 {
 public:
-    explicit PanelDestinationChooser(MainAppDelegateBase& delegate);
-    ~PanelDestinationChooser() override;
+    // The panel must outlive the chooser.
+    explicit PanelDestinationChooser(DestinationPanel& panel);
 
     Answer chooseDestination() override;
-    DestinationPanel& panel() const { return *m_panel; }
 
 private:
-    std::unique_ptr<DestinationPanel> m_panel;
+    DestinationPanel& m_panel;
 };
 
 } // namespace quirepad
