@@ -30,7 +30,6 @@ DestinationPanel::DestinationPanel(MainAppDelegateBase& delegate, QWidget* paren
     , m_visibleFrame(&visibleFrameAt)
 {
     setWindowTitle(QStringLiteral("Quirepad"));
-    setAttribute(Qt::WA_ShowWithoutActivating, false);
     setFocusPolicy(Qt::StrongFocus);
     setTopMost(*this, true);
 

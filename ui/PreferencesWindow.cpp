@@ -102,23 +102,23 @@ void PreferencesWindow::buildSettings(QWidget& page)
     m_showTray = new QCheckBox(tr("Show the Quirepad icon in the tray"), &page);
     form->addRow(QString(), m_showTray);
 
-    UserDefaults& defaults = UserDefaults::standard();
-    connect(m_defaultDestination, &QComboBox::activated, this, [this, &defaults] {
-        defaults.setValue(kDestinationName, m_defaultDestination->currentData().toString());
+    connect(m_defaultDestination, &QComboBox::activated, this, [this] {
+        UserDefaults::standard().setValue(kDestinationName, m_defaultDestination->currentData().toString());
         emit settingsChanged();
     });
-    connect(m_maxcount, &QSpinBox::valueChanged, this, [this, &defaults](int value) {
+    connect(m_maxcount, &QSpinBox::valueChanged, this, [this](int value) {
+        UserDefaults& defaults = UserDefaults::standard();
         if (defaults.integerValue(kMaxcount) == value)
             return;
         defaults.setValue(kMaxcount, value);
         emit settingsChanged();
     });
-    connect(m_followMouse, &QCheckBox::toggled, this, [this, &defaults](bool on) {
-        defaults.setValue(kFollowMouse, on);
+    connect(m_followMouse, &QCheckBox::toggled, this, [this](bool on) {
+        UserDefaults::standard().setValue(kFollowMouse, on);
         emit settingsChanged();
     });
-    connect(m_showTray, &QCheckBox::toggled, this, [this, &defaults](bool on) {
-        defaults.setValue(kShowTray, on);
+    connect(m_showTray, &QCheckBox::toggled, this, [this](bool on) {
+        UserDefaults::standard().setValue(kShowTray, on);
         emit settingsChanged();
     });
 }

@@ -50,12 +50,23 @@ StatusMenu::StatusMenu(MainAppDelegate& delegate, QObject* parent)
         rebuildMenu();
         refreshStatus();
     });
-    connect(&m_delegate, &MainAppDelegate::runningChanged, this, &StatusMenu::refreshStatus);
-    connect(&m_delegate, &MainAppDelegate::spoolScanned, this, &StatusMenu::refreshStatus);
-    connect(&m_delegate, &MainAppDelegate::jobFinished, this, &StatusMenu::refreshStatus);
+    // The count follows the pipeline's own reports, so a long batch does
+    // not list the spool once per job.
+    connect(&m_delegate, &MainAppDelegate::runningChanged, this, &StatusMenu::showStatus);
+    connect(&m_delegate, &MainAppDelegate::spoolScanned, this, [this](int remoteJobs, int localJobs) {
+        if (m_delegate.running())
+            return; // a scan inside a batch lists nothing
+        m_waiting = remoteJobs + localJobs;
+        showStatus();
+    });
+    connect(&m_delegate, &MainAppDelegate::jobFinished, this, [this](const QString&, bool removedFromSpool) {
+        if (removedFromSpool && m_waiting > 0)
+            --m_waiting;
+        showStatus();
+    });
     connect(&m_delegate, &MainAppDelegate::currentFileInfoChanged, this, [this](const QVariantMap& info) {
         m_currentTitle = info.value(QStringLiteral("title")).toString();
-        refreshStatus();
+        showStatus();
     });
 
     m_tray->setContextMenu(m_menu.get());
@@ -110,8 +121,13 @@ void StatusMenu::sendFilesTo(const QString& destination)
 
 void StatusMenu::refreshStatus()
 {
-    const bool busy = m_delegate.running();
     m_waiting = m_delegate.waitingJobs().count();
+    showStatus();
+}
+
+void StatusMenu::showStatus()
+{
+    const bool busy = m_delegate.running();
     QString text;
     if (busy && !m_currentTitle.isEmpty())
         text = tr("Delivering “%1”").arg(m_currentTitle);

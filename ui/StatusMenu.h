@@ -48,6 +48,8 @@ signals:
     void quitRequested();
 
 private:
+    // Icon, tooltip and status line from the known state.
+    void showStatus();
     void sendFilesTo(const QString& destination);
 
     MainAppDelegate& m_delegate;
