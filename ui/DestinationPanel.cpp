@@ -103,6 +103,7 @@ QString DestinationPanel::chooseDestination()
 
     QEventLoop loop;
     m_modalLoop = &loop;
+    m_sessionEnded = false;
     setTopMost(*this, true);
     fadeIn(*this);
     raise();
@@ -111,7 +112,8 @@ QString DestinationPanel::chooseDestination()
         QApplication::alert(this);
     m_destinationView->setFocus(Qt::ActiveWindowFocusReason);
     emit choosing();
-    loop.exec();
+    if (!m_sessionEnded) // a receiver of choosing() may have answered already
+        loop.exec();
     m_modalLoop = nullptr;
     hide();
     return m_pluginName;
@@ -202,6 +204,7 @@ void DestinationPanel::showPreferences()
 
 void DestinationPanel::endModalSession()
 {
+    m_sessionEnded = true;
     if (m_modalLoop)
         m_modalLoop->quit();
 }

@@ -83,6 +83,7 @@ private:
     std::function<QRect(const QPoint&)> m_visibleFrame;
     bool m_placed = false;
     bool m_withdrawn = false;
+    bool m_sessionEnded = false;
 };
 
 } // namespace quirepad

@@ -306,6 +306,23 @@ private slots:
         QCOMPARE(quirepad::constrainToVisibleFrame(frame, visible), expected);
     }
 
+    void answeredAsItOpens()
+    {
+        // An answer given while the panel is being shown ends the session.
+        bool guardFired = false;
+        QTimer::singleShot(3000, m_panel.get(), [&] {
+            guardFired = true;
+            m_panel->cancelOperation();
+        });
+        auto connection = connect(m_panel.get(), &DestinationPanel::choosing, this, [this] {
+            m_panel->selectDestination(view()->itemViewAt(1));
+        });
+        const QString answer = m_panel->chooseDestination();
+        disconnect(connection);
+        QVERIFY(!guardFired);
+        QCOMPARE(answer, QStringLiteral("Copy to Desktop"));
+    }
+
     void busyPanelAnswersNil()
     {
         // A second question while one waits (a nested scan) gets no answer.
