@@ -254,7 +254,7 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
             remove = true; // the user declined: the job is discarded
         } else if (nobodyToAsk) {
             qCWarning(lcSpool).noquote() << path
-                                         << "needs a destination and there is no display to ask on; it stays in the queue";
+                                         << "needs a destination and nobody can be asked now (no display, or the question was withdrawn); it stays in the queue";
         } else {
             qCWarning(lcSpool).noquote() << path << "stays in the queue: no destination named"
                                          << (name.isEmpty() ? batchDestination : name);
