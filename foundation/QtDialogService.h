@@ -29,7 +29,7 @@ public:
     QStringList chooseOpenFiles(const QString& nameFilter) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
 
-    // Object names of the prompt's parts.
+    // Object names of the prompt's widgets.
     static constexpr const char* PromptFieldName = "promptField";
     static constexpr const char* PromptConfirmName = "promptConfirm";
     static constexpr const char* PromptCancelName = "promptCancel";

@@ -28,7 +28,7 @@ public:
     ~MainAppDelegate() override;
 
     void setDestinationChooser(std::unique_ptr<DestinationChooser> chooser);
-    // Tests shrink the rescan delays (1.0 = seconds as designed).
+    // Tests shrink the rescan delays (1.0 = real seconds).
     void setTimeScale(double scale) { m_timeScale = scale; }
     // Tests decide whether the console session counts as active.
     void setSessionProbe(std::function<bool()> probe) { m_sessionActive = std::move(probe); }

@@ -22,7 +22,7 @@ void fadeIn(QWidget& window, std::chrono::milliseconds duration = std::chrono::m
 // the area's. The size never changes.
 QRect constrainToVisibleFrame(const QRect& frame, const QRect& visible);
 
-// The part of the screen under the point that windows may use (without
+// The area of the screen under the point that windows may use (without
 // panels and docks); the primary screen's when no screen holds the point.
 QRect visibleFrameAt(const QPoint& point);
 
