@@ -19,6 +19,14 @@ MainAppDelegate& AppSession::delegate()
     return *m_delegate;
 }
 
+bool AppSession::showPreferences()
+{
+    if (!m_showPreferences)
+        return false;
+    m_showPreferences();
+    return true;
+}
+
 ManagedObjectContext* AppSession::context()
 {
     return delegate().managedObjectContext();

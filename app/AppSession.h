@@ -2,6 +2,7 @@
 
 #include "pipeline/MainAppDelegate.h"
 
+#include <functional>
 #include <memory>
 
 namespace quirepad {
@@ -23,10 +24,16 @@ public:
     // reason was already reported).
     ManagedObjectContext* context();
 
+    // How this process shows its preferences window; none without windows.
+    void setPreferencesHandler(std::function<void()> handler) { m_showPreferences = std::move(handler); }
+    // Shows the window; false when this process has none.
+    bool showPreferences();
+
 private:
     std::unique_ptr<MainAppDelegate> m_delegate;
     bool m_started = false;
     bool m_isInstance = false;
+    std::function<void()> m_showPreferences;
 };
 
 } // namespace quirepad

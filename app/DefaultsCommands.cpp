@@ -84,6 +84,18 @@ int deleteDefault(const CommandInvocation& call, UserDefaults& defaults, const Q
 
 void addDefaultsCommands(CommandLine& commandLine, AppSession& session)
 {
+    commandLine.addCommand({QStringLiteral("preferences"), QString(),
+                            QStringLiteral("open the preferences window of the running Quirepad"),
+                            [&session](const CommandInvocation& call) {
+                                if (!call.arguments.isEmpty())
+                                    return call.fail(QStringLiteral("preferences takes no arguments"), 2);
+                                if (!session.isInstance())
+                                    return call.fail(QStringLiteral("no Quirepad is running"));
+                                if (!session.showPreferences())
+                                    return call.fail(QStringLiteral("the running Quirepad has no windows (--headless)"));
+                                call.out << "the preferences are open\n";
+                                return 0;
+                            }});
     commandLine.addCommand(
         {QStringLiteral("defaults"), QStringLiteral("SUBCOMMAND"),
          QStringLiteral("the settings; a key never set shows its default:\n"

@@ -18,6 +18,7 @@
 #include <QFileInfo>
 #include <QLoggingCategory>
 #include <QTextStream>
+#include <QTimer>
 
 #include <memory>
 
@@ -50,9 +51,22 @@ int runInstance(QCoreApplication& app, bool withWindows)
     QTextStream err(stderr);
     SingleInstance instance;
     if (!instance.tryToRun()) {
+        if (instance.errorString().isEmpty() && withWindows) {
+            // Starting it again brings up the running one's preferences.
+            InstanceRequest request;
+            request.kind = InstanceRequest::Kind::Command;
+            request.arguments = QStringList{QStringLiteral("preferences")};
+            request.workingDirectory = QDir::currentPath();
+            const std::optional<InstanceReply> reply = SingleInstance::forward(request);
+            err << "quirepad: another Quirepad is already running";
+            if (reply)
+                err << "; " << (reply->status == 0 ? reply->out.trimmed() : reply->err.trimmed());
+            err << '\n';
+            return 0;
+        }
         if (instance.errorString().isEmpty()) {
             err << "quirepad: another Quirepad is already running\n";
-            return withWindows ? 0 : 1;
+            return 1;
         }
         err << "quirepad: " << instance.errorString() << '\n';
         return 1;
@@ -71,6 +85,7 @@ int runInstance(QCoreApplication& app, bool withWindows)
     if (withWindows) {
         QApplication::setQuitOnLastWindowClosed(false);
         shell = std::make_unique<ApplicationShell>(delegate);
+        session.setPreferencesHandler([&shell] { shell->showPreferences(); });
         QObject::connect(shell.get(), &ApplicationShell::quitRequested, &app, [&] {
             delegate.stopProcessing();
             if (delegate.applicationShouldTerminate() == MainAppDelegateBase::TerminateReply::Now)
@@ -93,10 +108,14 @@ int runInstance(QCoreApplication& app, bool withWindows)
         delegate.stopProcessing();
         app.quit();
     });
-    delegate.applicationDidFinishLaunching();
-    err << "quirepad: running" << (withWindows ? "" : " headless") << " as process "
-        << QCoreApplication::applicationPid() << "; spool " << SpoolLocations::spoolDirectory() << '\n';
-    err.flush();
+    // The launch checks may ask questions: they run inside the event loop,
+    // so a termination request during one ends the program.
+    QTimer::singleShot(0, &app, [&] {
+        delegate.applicationDidFinishLaunching();
+        err << "quirepad: running" << (withWindows ? "" : " headless") << " as process "
+            << QCoreApplication::applicationPid() << "; spool " << SpoolLocations::spoolDirectory() << '\n';
+        err.flush();
+    });
     const int status = app.exec();
     shell.reset();
     delegate.saveAction();

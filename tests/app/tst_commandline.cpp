@@ -275,6 +275,44 @@ private slots:
         QCOMPARE(account.run({"workflows", "remove"}).status, 2);
     }
 
+    // Starting Quirepad again brings up the running one's preferences.
+    void relaunchShowsPreferences_data()
+    {
+        QTest::addColumn<QStringList>("instanceArguments");
+        QTest::addColumn<QString>("answer");
+        QTest::newRow("windowed instance") << QStringList() << "the preferences are open";
+        QTest::newRow("headless instance") << QStringList{"--headless"} << "has no windows";
+    }
+
+    void relaunchShowsPreferences()
+    {
+        QFETCH(QStringList, instanceArguments);
+        QFETCH(QString, answer);
+        const Account account(m_dir.filePath(QStringLiteral("relaunch-%1").arg(instanceArguments.size())));
+        QVERIFY(account.run({"preferences"}).reported(1, "no Quirepad is running"));
+        QProcess instance;
+        QProcessEnvironment environment = account.environment();
+        // No shared directory: the launch checks put up an alert (a window
+        // that stays open, or a scripted answer when headless).
+        environment.insert("QUIREPAD_SHARED_DIR", account.root() + "/no-shared-dir");
+        instance.setProcessEnvironment(environment);
+        instance.setProcessChannelMode(QProcess::MergedChannels);
+        instance.start(Account::executable(), instanceArguments);
+        QVERIFY(instance.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(account.root() + "/run/quirepad/quirepad.sock"), 20000);
+
+        const Run again = account.run({});
+        QCOMPARE(again.status, 0);
+        QVERIFY2(again.err.contains("already running") && again.err.contains(answer), qPrintable(again.err));
+        const Run command = account.run({"preferences"});
+        QVERIFY((command.out + command.err).contains(answer));
+
+        // Ends on request even while a question of the launch checks is up.
+        ::kill(pid_t(instance.processId()), SIGTERM);
+        QVERIFY(instance.waitForFinished(20000));
+        QVERIFY(instance.exitStatus() == QProcess::NormalExit && instance.exitCode() == 0);
+    }
+
     void commandsGoToTheRunningInstance()
     {
         // Two accounts share one runtime folder: whatever reaches the instance's
