@@ -9,6 +9,8 @@ PACKAGES=(
     cmake ninja-build g++ pkg-config
     # Qt 6 (Core, Gui, Widgets, Network, Sql, DBus, Test) and its SQLite driver
     qt6-base-dev qt6-base-dev-tools libqt6sql6-sqlite qt6-qpa-plugins libgl-dev
+    # SVG icons (image format and icon engine plugins)
+    libqt6svg6
     # foundation: property lists, ICU dates, zlib
     libplist-dev libplist++-dev libicu-dev zlib1g-dev
     # shell commands run through the Korn shell

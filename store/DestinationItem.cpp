@@ -12,6 +12,17 @@
 #include <QPixmap>
 #include <QUrl>
 
+// The store's resources live in a static library: register them before the
+// first use (Q_INIT_RESOURCE must be called outside any namespace).
+static void registerStoreResources()
+{
+    static const bool registered = [] {
+        Q_INIT_RESOURCE(store);
+        return true;
+    }();
+    Q_UNUSED(registered)
+}
+
 namespace quirepad {
 
 DestinationItem::DestinationItem(ManagedObjectContext* context, qint64 rowId, const QVariantMap& values)
@@ -157,8 +168,10 @@ QIcon DestinationItem::icon() const
         return themed({"dropbox", "folder-remote", "folder-cloud", "folder"});
     if (kind == QLatin1String("I"))
         return themed({"multimedia-player", "audio-x-generic"});
-    if (kind == QLatin1String("K"))
+    if (kind == QLatin1String("K")) {
+        registerStoreResources();
         return QIcon(QStringLiteral(":/quirepad/icons/ereader.svg"));
+    }
     if (kind == QLatin1String("B"))
         return themed({"calibre-gui", "accessories-dictionary", "x-office-document"});
     if (kind == QLatin1String("O"))

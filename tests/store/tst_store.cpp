@@ -289,6 +289,19 @@ private slots:
         QVERIFY(item->objectAsDictionary().contains("rule") && !item->objectAsDictionary().contains("name"));
     }
 
+    void ereaderIconDraws()
+    {
+        // The e-reader icon is an SVG resource: it needs Qt's SVG plugin.
+        MainAppDelegateBase delegate;
+        DestinationItem* item = DestinationTemplates(*delegate.managedObjectContext()).createDestination("K", "Reader");
+        const QImage picture = item->icon().pixmap(64).toImage();
+        int drawn = 0;
+        for (int y = 0; y < picture.height(); ++y)
+            for (int x = 0; x < picture.width(); ++x)
+                drawn += qAlpha(picture.pixel(x, y)) > 0;
+        QVERIFY2(drawn > 200, "the e-reader icon draws nothing (is libqt6svg6 installed?)");
+    }
+
     void exportAndImportCarryExactlyEightAttributes()
     {
         const QString file = m_root.filePath(QStringLiteral("export%1.quirepad-settings").arg(m_run));
