@@ -170,4 +170,12 @@ QList<DestinationItem*> __get_all_entities(const QString& entity, ManagedObjectC
     return context.entities(entity, Predicate::always()).value_or(QList<DestinationItem*>());
 }
 
+QList<DestinationItem*> menuDestinations(ManagedObjectContext& context)
+{
+    return context
+        .entities(QString::fromLatin1(DestinationSchema::entityName), Predicate::equals(QStringLiteral("in_menu"), true),
+                  {{QStringLiteral("order"), true}})
+        .value_or(QList<DestinationItem*>());
+}
+
 } // namespace quirepad

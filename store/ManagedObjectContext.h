@@ -62,5 +62,7 @@ private:
 
 // Every object of the entity.
 QList<DestinationItem*> __get_all_entities(const QString& entity, ManagedObjectContext& context);
+// The destinations the panel and the tray menu offer: in the menu, by order.
+QList<DestinationItem*> menuDestinations(ManagedObjectContext& context);
 
 } // namespace quirepad

@@ -2,9 +2,8 @@
 
 #include "foundation/UserDefaults.h"
 #include "store/DestinationItem.h"
-#include "store/DestinationSchema.h"
+#include "store/ManagedObjectContext.h"
 #include "store/MainAppDelegateBase.h"
-#include "store/Predicate.h"
 #include "ui/CollectionItemView.h"
 #include "ui/DestinationPanelView.h"
 #include "ui/window_ext.h"
@@ -123,10 +122,7 @@ void DestinationPanel::buildList()
 {
     QVariantList items;
     if (ManagedObjectContext* context = m_delegate.managedObjectContext()) {
-        const auto records = context->entities(QString::fromLatin1(DestinationSchema::entityName),
-                                               Predicate::equals(QStringLiteral("in_menu"), true),
-                                               {{QStringLiteral("order"), true}});
-        for (const DestinationItem* record : records.value_or(QList<DestinationItem*>()))
+        for (const DestinationItem* record : menuDestinations(*context))
             items << makeButton(record->recid(), record->name(), record->icon());
     }
 

@@ -3,8 +3,7 @@
 #include "foundation/UserDefaults.h"
 #include "pipeline/MainAppDelegate.h"
 #include "store/DestinationItem.h"
-#include "store/DestinationSchema.h"
-#include "store/Predicate.h"
+#include "store/ManagedObjectContext.h"
 
 #include <QAction>
 #include <QCursor>
@@ -100,23 +99,15 @@ void StatusMenu::rebuildMenu()
     ManagedObjectContext* context = m_delegate.managedObjectContext();
     if (!context)
         return;
-    const auto records = context->entities(QString::fromLatin1(DestinationSchema::entityName),
-                                           Predicate::equals(QStringLiteral("in_menu"), true),
-                                           {{QStringLiteral("order"), true}});
-    for (const DestinationItem* record : records.value_or(QList<DestinationItem*>())) {
+    for (const DestinationItem* record : menuDestinations(*context)) {
         const QString name = record->name();
         auto* action = new QAction(record->icon(), name, m_menu.get());
         action->setToolTip(tr("Send PDF files to %1").arg(name));
         connect(action, &QAction::triggered, this,
-                [this, name] { QTimer::singleShot(0, this, [this, name] { sendFilesTo(name); }); });
+                [this, name] { QTimer::singleShot(0, this, [this, name] { m_delegate.choosePDFFiles(name); }); });
         m_menu->insertAction(m_destinationsEnd, action);
         m_destinationActions << action;
     }
-}
-
-void StatusMenu::sendFilesTo(const QString& destination)
-{
-    m_delegate.choosePDFFiles(destination);
 }
 
 void StatusMenu::refreshStatus()

@@ -50,7 +50,6 @@ signals:
 private:
     // Icon, tooltip and status line from the known state.
     void showStatus();
-    void sendFilesTo(const QString& destination);
 
     MainAppDelegate& m_delegate;
     std::unique_ptr<QMenu> m_menu;

@@ -5,20 +5,38 @@
 #include <QPdfWriter>
 #include <QRandomGenerator>
 
+#include <cmath>
+#include <functional>
+
 namespace quirepad::test {
 
 namespace {
 
-struct Document {
-    explicit Document(const QString& path)
-        : writer(path)
-    {
-        writer.setPageSize(QPageSize(QPageSize::A4));
-        writer.setResolution(150);
-        writer.setTitle(QStringLiteral("Test document"));
+// Writes an A4 document at 150 dpi, drawing each page with the painter;
+// false when the file cannot be written.
+bool paintPages(const QString& path, int pages, const std::function<void(QPainter&, int)>& paintPage)
+{
+    QPdfWriter writer(path);
+    writer.setPageSize(QPageSize(QPageSize::A4));
+    writer.setResolution(150);
+    writer.setTitle(QStringLiteral("Test document"));
+    QPainter painter;
+    if (!painter.begin(&writer))
+        return false;
+    for (int i = 0; i < pages; ++i) {
+        if (i > 0)
+            writer.newPage();
+        paintPage(painter, i);
     }
-    QPdfWriter writer;
-};
+    return painter.end();
+}
+
+QFont font(const char* family, int pointSize)
+{
+    QFont chosen(QString::fromLatin1(family));
+    chosen.setPointSize(pointSize);
+    return chosen;
+}
 
 QImage photo(int width, quint32 seed)
 {
@@ -40,44 +58,22 @@ QImage photo(int width, quint32 seed)
 
 bool PdfFactory::textPdf(const QString& path, const QStringList& pages)
 {
-    Document doc(path);
-    QPainter painter;
-    if (!painter.begin(&doc.writer))
-        return false;
-    QFont font(QStringLiteral("DejaVu Sans"));
-    font.setPointSize(20);
-    painter.setFont(font);
-    for (int i = 0; i < pages.size(); ++i) {
-        if (i > 0)
-            doc.writer.newPage();
+    return paintPages(path, int(pages.size()), [&](QPainter& painter, int i) {
+        painter.setFont(font("DejaVu Sans", 20));
         painter.drawText(QRect(100, 100, 1000, 1400), Qt::TextWordWrap, pages.at(i));
-    }
-    return painter.end();
+    });
 }
 
 bool PdfFactory::photoPdf(const QString& path, int pages, int pixelsWide)
 {
-    Document doc(path);
-    QPainter painter;
-    if (!painter.begin(&doc.writer))
-        return false;
-    for (int i = 0; i < pages; ++i) {
-        if (i > 0)
-            doc.writer.newPage();
+    return paintPages(path, pages, [&](QPainter& painter, int i) {
         painter.drawImage(QRect(50, 50, 1140, 855), photo(pixelsWide, quint32(1000 + i)));
-    }
-    return painter.end();
+    });
 }
 
 bool PdfFactory::scannedPdf(const QString& path, int pages)
 {
-    Document doc(path);
-    QPainter painter;
-    if (!painter.begin(&doc.writer))
-        return false;
-    for (int i = 0; i < pages; ++i) {
-        if (i > 0)
-            doc.writer.newPage();
+    return paintPages(path, pages, [](QPainter& painter, int i) {
         QImage scan(1240, 1754, QImage::Format_Grayscale8);
         QRandomGenerator random(quint32(77 + i));
         for (int y = 0; y < scan.height(); ++y) {
@@ -91,24 +87,15 @@ bool PdfFactory::scannedPdf(const QString& path, int pages)
             }
         }
         painter.drawImage(QRect(0, 0, 1240, 1754), scan);
-    }
-    return painter.end();
+    });
 }
 
 bool PdfFactory::reportPdf(const QString& path, int pages)
 {
-    Document doc(path);
-    QPainter painter;
-    if (!painter.begin(&doc.writer))
-        return false;
-    QFont font(QStringLiteral("DejaVu Serif"));
-    font.setPointSize(10);
-    painter.setFont(font);
     const QString paragraph = QStringLiteral(
         "Quarterly figures rose in every region while costs stayed flat; the appendix lists each office. ");
-    for (int i = 0; i < pages; ++i) {
-        if (i > 0)
-            doc.writer.newPage();
+    return paintPages(path, pages, [&](QPainter& painter, int i) {
+        painter.setFont(font("DejaVu Serif", 10));
         painter.drawText(QRect(100, 60, 1000, 60), Qt::AlignLeft, QStringLiteral("Report page %1").arg(i + 1));
         painter.drawText(QRect(100, 140, 1000, 1400), Qt::TextWordWrap, paragraph.repeated(20));
         if (i % 10 == 0) {
@@ -116,25 +103,19 @@ bool PdfFactory::reportPdf(const QString& path, int pages)
                 painter.fillRect(QRect(150 + bar * 110, 1500 - bar * 30, 80, 100 + bar * 30),
                                  QColor::fromHsv(bar * 40, 200, 220));
         }
-    }
-    return painter.end();
+    });
 }
 
 bool PdfFactory::colourPdf(const QString& path)
 {
-    Document doc(path);
-    QPainter painter;
-    if (!painter.begin(&doc.writer))
-        return false;
-    painter.fillRect(QRect(100, 100, 400, 300), QColor(220, 30, 30));
-    painter.fillRect(QRect(600, 100, 400, 300), QColor(30, 160, 40));
-    painter.setPen(QColor(20, 40, 220));
-    QFont font(QStringLiteral("DejaVu Sans"));
-    font.setPointSize(28);
-    painter.setFont(font);
-    painter.drawText(QRect(100, 500, 1000, 200), Qt::AlignLeft, QStringLiteral("Colourful words"));
-    painter.drawImage(QRect(100, 800, 800, 600), photo(400, 5));
-    return painter.end();
+    return paintPages(path, 1, [](QPainter& painter, int) {
+        painter.fillRect(QRect(100, 100, 400, 300), QColor(220, 30, 30));
+        painter.fillRect(QRect(600, 100, 400, 300), QColor(30, 160, 40));
+        painter.setPen(QColor(20, 40, 220));
+        painter.setFont(font("DejaVu Sans", 28));
+        painter.drawText(QRect(100, 500, 1000, 200), Qt::AlignLeft, QStringLiteral("Colourful words"));
+        painter.drawImage(QRect(100, 800, 800, 600), photo(400, 5));
+    });
 }
 
 } // namespace quirepad::test
