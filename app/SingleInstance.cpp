@@ -1,5 +1,8 @@
 #include "SingleInstance.h"
 
+#include "foundation/GlobalEnv.h"
+#include "foundation/safefile.h"
+
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -32,69 +35,6 @@ const QString kSocketName = QStringLiteral("quirepad.sock");
 // Sockets are read in slices of this size, so one connection never makes
 // the server buffer more than a frame and a slice.
 constexpr qint64 kReadSlice = 64 * 1024;
-
-enum class DirectoryState { Missing, Safe, Unsafe };
-
-// The runtime directory guards the lock and the socket: it must be a real
-// directory (not a symbolic link), owned by this user and closed to
-// everybody else.
-DirectoryState inspectRuntimeDir(const QString& dir, QString* reason)
-{
-    struct stat info = {};
-    if (::lstat(QFile::encodeName(dir).constData(), &info) != 0) {
-        if (errno == ENOENT)
-            return DirectoryState::Missing;
-        *reason = QStringLiteral("cannot inspect runtime directory %1: %2")
-                      .arg(dir, QString::fromLocal8Bit(std::strerror(errno)));
-        return DirectoryState::Unsafe;
-    }
-    if (!S_ISDIR(info.st_mode)) {
-        *reason = QStringLiteral("runtime directory %1 is not a directory").arg(dir);
-        return DirectoryState::Unsafe;
-    }
-    if (info.st_uid != ::geteuid()) {
-        *reason = QStringLiteral("runtime directory %1 is owned by uid %2, not by this user (uid %3)")
-                      .arg(dir)
-                      .arg(info.st_uid)
-                      .arg(::geteuid());
-        return DirectoryState::Unsafe;
-    }
-    if ((info.st_mode & 077) != 0) {
-        *reason = QStringLiteral("runtime directory %1 is accessible to other users (mode %2, expected 700)")
-                      .arg(dir)
-                      .arg(info.st_mode & 0777, 3, 8, QLatin1Char('0'));
-        return DirectoryState::Unsafe;
-    }
-    return DirectoryState::Safe;
-}
-
-bool ensureRuntimeDir(const QString& dir, QString* reason)
-{
-    if (inspectRuntimeDir(dir, reason) == DirectoryState::Missing) {
-        const QString parent = QFileInfo(dir).absolutePath();
-        if (!QDir().mkpath(parent)) {
-            *reason = QStringLiteral("cannot create directory %1").arg(parent);
-            return false;
-        }
-        if (::mkdir(QFile::encodeName(dir).constData(), 0700) != 0 && errno != EEXIST) {
-            *reason = QStringLiteral("cannot create runtime directory %1: %2")
-                          .arg(dir, QString::fromLocal8Bit(std::strerror(errno)));
-            return false;
-        }
-    }
-    // Checked again after creating: whoever won a race for the name must
-    // still pass.
-    switch (inspectRuntimeDir(dir, reason)) {
-    case DirectoryState::Safe:
-        return true;
-    case DirectoryState::Missing:
-        *reason = QStringLiteral("runtime directory %1 vanished").arg(dir);
-        return false;
-    case DirectoryState::Unsafe:
-        return false;
-    }
-    return false;
-}
 
 // The user id of the process at the other end of a connected local socket.
 std::optional<uid_t> peerUid(qintptr descriptor)
@@ -236,7 +176,10 @@ QString SingleInstance::defaultRuntimeDir()
     const QString xdg = QFile::decodeName(qgetenv("XDG_RUNTIME_DIR"));
     if (!xdg.isEmpty() && QDir::isAbsolutePath(xdg))
         return joinPath(QDir::cleanPath(xdg), QStringLiteral("quirepad"));
-    return joinPath(QDir::tempPath(), QStringLiteral("quirepad-%1").arg(::geteuid()));
+    // No runtime folder: a private one in the cache, never a guessable name
+    // in a folder every user can write.
+    return joinPath(QDir::cleanPath(GlobalEnv::instance().value(QStringLiteral("APP_CACHES")).toString()),
+                    QStringLiteral("run"));
 }
 
 SingleInstance::SingleInstance(const QString& runtimeDir, QObject* parent)
@@ -288,7 +231,7 @@ bool SingleInstance::tryToRun()
     m_error.clear();
 
     QString reason;
-    if (!ensureRuntimeDir(m_runtimeDir, &reason)) {
+    if (!ensure_private_dir(m_runtimeDir, &reason)) {
         m_error = reason;
         qCWarning(lcInstance).noquote() << "refusing to run as the single instance:" << reason;
         return false;
@@ -383,14 +326,14 @@ std::optional<InstanceReply> SingleInstance::forward(
 {
     const QString dir = QDir::cleanPath(runtimeDir);
     QString reason;
-    switch (inspectRuntimeDir(dir, &reason)) {
-    case DirectoryState::Missing:
+    switch (inspect_private_dir(dir, &reason)) {
+    case PrivateDirState::Missing:
         qCDebug(lcInstance) << "no runtime directory" << dir << "- no instance runs";
         return std::nullopt;
-    case DirectoryState::Unsafe:
+    case PrivateDirState::Unsafe:
         qCWarning(lcInstance).noquote() << "not forwarding to the running instance:" << reason;
         return std::nullopt;
-    case DirectoryState::Safe:
+    case PrivateDirState::Safe:
         break;
     }
 

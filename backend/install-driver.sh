@@ -7,6 +7,13 @@
 # The files it installs lie beside this script (the application's
 # Resources/driver/ folder): quirepad (the backend), quirepad.ppd.
 #
+# The queue is private by default: it is not shared, and it runs under the
+# policy "quirepad" (written into cupsd.conf), which makes every local client
+# authenticate by its peer credentials, so the backend gets the real user
+# and nobody can print in another user's name (lp -U). --share switches the
+# queue to shared under the stock policy, so phones and other machines can
+# print to it; local users can then print in each other's name.
+#
 # Usage: install-driver.sh [options]
 #   --shared-dir DIR     shared folder (default /var/spool/quirepad). The
 #                        backend reads it from $QUIREPAD_SHARED_DIR; for any
@@ -19,6 +26,11 @@
 #                        SetEnv there only; in cupsd.conf it is ignored
 #                        without a word). Removes the line when DIR is the
 #                        default. CUPS must be restarted after.
+#   --cupsd-conf FILE    the scheduler's configuration, where the policy goes
+#                        (default /etc/cups/cupsd.conf); the scheduler that
+#                        reads it is told to reload.
+#   --share              share the queue (stock policy) instead of keeping it
+#                        private.
 #   --no-queue           install the files only; leave the CUPS queues alone.
 #   --destdir DIR        install under DIR instead of / (packaging, tests);
 #                        implies --no-queue.
@@ -37,6 +49,8 @@ usage() { sed -n '/^# Usage:/,/^set -euo/{/^set -euo/d;s/^# \{0,1\}//;p}' "$0"; 
 
 shared_dir=$DEFAULT_SHARED_DIR
 cups_files_conf=
+cupsd_conf=/etc/cups/cupsd.conf
+share=0
 make_queue=1
 destdir=
 while [ $# -gt 0 ]; do
@@ -52,7 +66,13 @@ while [ $# -gt 0 ]; do
         shift 2
         ;;
     --cupsd-conf)
-        die "CUPS ignores SetEnv in cupsd.conf; use --cups-files-conf /etc/cups/cups-files.conf"
+        [ $# -ge 2 ] || die "--cupsd-conf needs a file"
+        cupsd_conf=$2
+        shift 2
+        ;;
+    --share)
+        share=1
+        shift
         ;;
     --no-queue)
         make_queue=0
@@ -94,7 +114,6 @@ backend_dst=$destdir/usr/lib/cups/backend/quirepad
 ppd_dst=$destdir/usr/share/ppd/quirepad/quirepad.ppd
 shared=$destdir$shared_dir
 spool=$shared/quirepad_spool
-trigger=$shared/.quirepad_trigger_file_end
 
 # The backend runs as root only when it is not readable by others (see
 # `man backend`): root is needed to hand each job to its user.
@@ -107,22 +126,34 @@ install -o root -g root -m 0644 "$ppd_src" "$ppd_dst"
 say "PPD installed: $ppd_dst"
 
 # Sticky and writable by everyone, like /tmp: every user's Quirepad removes
-# its own jobs and nobody else's.
+# its own jobs and nobody else's. A folder that is already there must be
+# root's: one that another user made first would let that user rename or
+# remove everybody's jobs.
 for dir in "$shared" "$spool"; do
     if [ -L "$dir" ] || { [ -e "$dir" ] && [ ! -d "$dir" ]; }; then
-        die "$dir exists and is not a folder"
+        die "$dir exists and is not a folder; remove it and run this again"
     fi
-    install -d "$dir"
-    chown root:root "$dir"
+    if [ -d "$dir" ] && [ "$(stat -c %u "$dir")" != 0 ]; then
+        die "$dir belongs to $(stat -c %U "$dir"), not to root; remove it and run this again"
+    fi
+    install -d -o root -g root -m 1777 "$dir"
     chmod 1777 "$dir"
 done
 say "shared folder ready: $shared (1777), spool: $spool (1777)"
 
-[ -L "$trigger" ] && rm -f -- "$trigger"
-[ -e "$trigger" ] || : >"$trigger"
-chown root:root "$trigger"
-chmod 0777 "$trigger"
-say "end trigger file ready: $trigger (0777)"
+# The trigger files are root's: whoever made them first would decide what
+# they are. A fresh file is made under a random name and renamed over
+# whatever stands at the name (a rename never follows a link).
+for trigger in "$shared/.quirepad_trigger_file_end" "$shared/.quirepad_trigger_file_start"; do
+    if [ -f "$trigger" ] && [ ! -L "$trigger" ] && [ "$(stat -c %u:%h "$trigger")" = 0:1 ]; then
+        chmod 0777 "$trigger"
+    else
+        tmp=$(mktemp "$shared/.quirepad-trigger.XXXXXX")
+        chmod 0777 "$tmp"
+        mv -f -T -- "$tmp" "$trigger" || { rm -f -- "$tmp"; die "cannot replace $trigger; remove it and run this again"; }
+    fi
+done
+say "trigger files ready in $shared (root, 0777)"
 
 if [ -n "$cups_files_conf" ]; then
     conf=$cups_files_conf
@@ -157,14 +188,116 @@ done
 [ "$(lpstat -r 2>/dev/null)" = "scheduler is running" ] \
     || die "the CUPS scheduler is not running: start it (systemctl start cups) and run this again, or use --no-queue"
 
+# The policy of the private queue: like the stock default, but creating a
+# job needs a valid user, which local clients prove by their peer
+# credentials without being asked.
+policy_block() {
+    cat <<'POLICY'
+# quirepad-policy-begin (written by install-driver.sh)
+<Policy quirepad>
+  JobPrivateAccess default
+  JobPrivateValues default
+  SubscriptionPrivateAccess default
+  SubscriptionPrivateValues default
+  <Limit Create-Job Print-Job Print-URI Validate-Job>
+    AuthType Basic
+    Require valid-user
+    Order deny,allow
+  </Limit>
+  <Limit Send-Document Send-URI Hold-Job Release-Job Restart-Job Purge-Jobs Set-Job-Attributes Create-Job-Subscription Renew-Subscription Cancel-Subscription Get-Notifications Reprocess-Job Cancel-Current-Job Suspend-Current-Job Resume-Job Cancel-My-Jobs Close-Job CUPS-Move-Job>
+    Require user @OWNER @SYSTEM
+    Order deny,allow
+  </Limit>
+  <Limit CUPS-Get-Document>
+    AuthType Default
+    Require user @OWNER @SYSTEM
+    Order deny,allow
+  </Limit>
+  <Limit CUPS-Add-Modify-Printer CUPS-Delete-Printer CUPS-Add-Modify-Class CUPS-Delete-Class CUPS-Set-Default CUPS-Get-Devices>
+    AuthType Default
+    Require user @SYSTEM
+    Order deny,allow
+  </Limit>
+  <Limit Pause-Printer Resume-Printer Enable-Printer Disable-Printer Pause-Printer-After-Current-Job Hold-New-Jobs Release-Held-New-Jobs Deactivate-Printer Activate-Printer Restart-Printer Shutdown-Printer Startup-Printer Promote-Job Schedule-Job-After Cancel-Jobs CUPS-Accept-Jobs CUPS-Reject-Jobs>
+    AuthType Default
+    Require user @SYSTEM
+    Order deny,allow
+  </Limit>
+  <Limit Cancel-Job CUPS-Authenticate-Job>
+    Require user @OWNER @SYSTEM
+    Order deny,allow
+  </Limit>
+  <Limit All>
+    Order deny,allow
+  </Limit>
+</Policy>
+# quirepad-policy-end
+POLICY
+}
+
+# Tells the scheduler that reads $1 to load it again.
+reload_scheduler() {
+    local conf pid arg next found=0
+    conf=$(readlink -f -- "$1")
+    if [ -d /run/systemd/system ] && [ "$conf" = /etc/cups/cupsd.conf ]; then
+        systemctl reload-or-restart cups && return 0
+    fi
+    for pid in $(pgrep -x cupsd); do
+        arg=/etc/cups/cupsd.conf
+        next=0
+        while IFS= read -r -d '' word; do
+            [ "$next" = 1 ] && { arg=$word; next=0; }
+            [ "$word" = -c ] && next=1
+        done <"/proc/$pid/cmdline"
+        if [ "$(readlink -f -- "$arg")" = "$conf" ]; then
+            kill -HUP "$pid" && found=1
+        fi
+    done
+    [ "$found" = 1 ]
+}
+
+install_policy() {
+    local conf=$1 tmp
+    [ -f "$conf" ] || die "no such CUPS configuration file: $conf (see --cupsd-conf)"
+    tmp=$(mktemp "$conf.XXXXXX")
+    sed '/^# quirepad-policy-begin/,/^# quirepad-policy-end/d' "$conf" >"$tmp"
+    policy_block >>"$tmp"
+    if cmp -s "$tmp" "$conf"; then
+        rm -f -- "$tmp"
+        return 0
+    fi
+    chmod --reference="$conf" "$tmp"
+    chown --reference="$conf" "$tmp"
+    mv -f -- "$tmp" "$conf"
+    say "policy \"quirepad\" written into $conf"
+    reload_scheduler "$conf" || say "note: no running scheduler reads $conf; restart CUPS for the policy to take effect"
+}
+
+if [ "$share" -eq 1 ]; then
+    queue_options=(-o printer-is-shared=true -o printer-op-policy=default)
+else
+    install_policy "$cupsd_conf"
+    queue_options=(-o printer-is-shared=false -o printer-op-policy=quirepad)
+fi
+
 # lpadmin creates the queue or updates the existing one in place. CUPS 2.4
 # warns that PPD drivers are deprecated; that warning is not ours to show.
-if ! out=$(lpadmin -p "$QUEUE" -E -v quirepad:/ -P "$ppd_dst" -o printer-is-shared=true \
-    -D "Print to Quirepad" 2>&1); then
-    printf '%s\n' "$out" >&2
-    die "lpadmin could not set up $QUEUE (see the CUPS error log)"
-fi
+# A scheduler that reloads waits for the job it prints: try for a while.
+for attempt in $(seq 60); do
+    if out=$(lpadmin -p "$QUEUE" -E -v quirepad:/ -P "$ppd_dst" "${queue_options[@]}" -D "Print to Quirepad" 2>&1); then
+        break
+    fi
+    [ "$attempt" -lt 60 ] || {
+        printf '%s\n' "$out" >&2
+        die "lpadmin could not set up $QUEUE (see the CUPS error log)"
+    }
+    sleep 0.5
+done
 printf '%s\n' "$out" | grep -v -i 'drivers are deprecated' | grep . || true
 cupsenable "$QUEUE" || die "cupsenable $QUEUE failed"
 cupsaccept "$QUEUE" || die "cupsaccept $QUEUE failed"
-say "queue $QUEUE ready (shared); done"
+if [ "$share" -eq 1 ]; then
+    say "queue $QUEUE ready (shared: local users can print in each other's name); done"
+else
+    say "queue $QUEUE ready (private: jobs belong to the user who prints them); done"
+fi

@@ -106,9 +106,20 @@ std::string safe_title(std::string_view title, std::size_t maxBytes)
 
 std::string one_line(std::string_view text)
 {
-    std::string out(text);
-    std::replace_if(
-        out.begin(), out.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte < 0x20 || byte == 0x7F) {
+            out += ' ';
+        } else if (byte == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) >= 0x80
+            && static_cast<unsigned char>(text[i + 1]) <= 0x9F) {
+            out += ' '; // a C1 control (U+0080 to U+009F)
+            ++i;
+        } else {
+            out += text[i];
+        }
+    }
     return out;
 }
 

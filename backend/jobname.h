@@ -26,7 +26,8 @@ std::string filename_safe(std::string_view text);
 // is left.
 std::string safe_title(std::string_view title, std::size_t maxBytes = 200);
 
-// Replaces line breaks (CR and LF) with spaces, for one-line KEY=VALUE text.
+// Replaces line breaks and other control characters (C0, DEL and C1) with
+// spaces, for one-line KEY=VALUE text that the application accepts.
 std::string one_line(std::string_view text);
 
 // Whether a job-originating-host-name names this machine.

@@ -21,6 +21,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <optional>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -68,10 +69,32 @@ std::string shared_directory()
     return dir;
 }
 
-bool is_directory(const std::string& path)
+// Opens one of the shared folders for use: not a link, a folder owned by
+// root (or by whoever runs the backend, in an unprivileged setup), and
+// sticky when others may write into it, so that nobody can rename or remove
+// another user's files there. Answers the descriptor, or -1 with the
+// reason in *why.
+int open_shared_folder(int dirfd, const std::string& name, std::string* why)
 {
+    const int fd = ::openat(dirfd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) {
+        *why = errno == ELOOP ? "it is a symbolic link"
+            : errno == ENOTDIR ? "it is not a folder"
+                               : std::strerror(errno);
+        return -1;
+    }
     struct stat st;
-    return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    if (::fstat(fd, &st) != 0) {
+        *why = std::strerror(errno);
+    } else if (st.st_uid != 0 && st.st_uid != ::geteuid()) {
+        *why = "it is owned by uid " + std::to_string(st.st_uid) + ", not by root";
+    } else if ((st.st_mode & (S_IWGRP | S_IWOTH)) && !(st.st_mode & S_ISVTX)) {
+        *why = "others may write into it but it lacks the sticky bit";
+    } else {
+        return fd;
+    }
+    ::close(fd);
+    return -1;
 }
 
 std::string host_name()
@@ -102,6 +125,22 @@ bool is_reserved_key(std::string_view key)
     return false;
 }
 
+// Option keys go into the info file only when the application reads them
+// back exactly as written (letters, digits, "_", "-", "."): a key that it
+// would trim or read differently could pass for a reserved one.
+bool is_plain_key(std::string_view key)
+{
+    if (key.empty())
+        return false;
+    for (const char c : key) {
+        const bool ok = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_'
+            || c == '-' || c == '.';
+        if (!ok)
+            return false;
+    }
+    return true;
+}
+
 struct Job {
     std::string id;
     std::string user;
@@ -128,7 +167,8 @@ std::string info_text(const Job& job, int numOptions, cups_option_t* options)
     for (int i = 0; i < numOptions; ++i) {
         const std::string_view key = options[i].name;
         const std::string_view value = options[i].value ? options[i].value : "";
-        if (value.empty() || key.empty() || key == kDestinationOption || key == kHostOption || is_reserved_key(key))
+        if (value.empty() || !is_plain_key(key) || key == kDestinationOption || key == kHostOption
+            || is_reserved_key(key))
             continue;
         line(key, value);
     }
@@ -136,9 +176,9 @@ std::string info_text(const Job& job, int numOptions, cups_option_t* options)
 }
 
 // Owner and mode of the job files: the submitting user's for a local job,
-// the console user's for a remote one; root's and readable by everyone when
-// there is nobody to give them to.
-FileAccess file_access(const Job& job)
+// the console user's for a remote one. Nobody to give them to: no access
+// (the job is then held in CUPS' queue, never written readable by all).
+std::optional<FileAccess> file_access(const Job& job)
 {
     FileAccess access;
     std::optional<JobOwner> owner;
@@ -155,14 +195,8 @@ FileAccess file_access(const Job& job)
             owner = console_user(nullptr);
         }
     }
-    if (!owner) {
-        std::fprintf(stderr,
-            "WARNING: Nobody is logged in at the console to receive the job from %s; "
-            "it is saved readable by everyone\n",
-            job.remote ? job.host.c_str() : job.user.c_str());
-        access.mode = 0644;
-        return access;
-    }
+    if (!owner)
+        return std::nullopt;
     access.mode = 0600;
     access.uid = owner->uid;
     access.gid = owner->gid;
@@ -172,28 +206,30 @@ FileAccess file_access(const Job& job)
 }
 
 // Wakes every running Quirepad: it watches this file with inotify.
-void touch_end_trigger(const std::string& sharedDir)
+void touch_end_trigger(int sharedFd, const std::string& sharedDir)
 {
     const std::string path = sharedDir + "/" + kEndTrigger;
     // No O_TRUNC before the checks, O_NOFOLLOW and O_NONBLOCK: the shared
-    // folder is writable by everyone, so a symbolic link or a FIFO planted
-    // there must not make root write elsewhere or hang.
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0777);
+    // folder is writable by everyone, so a link, a FIFO or somebody's file
+    // planted there must not make root write elsewhere, hang, or change it.
+    const int fd = ::openat(sharedFd, kEndTrigger, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0777);
     if (fd < 0) {
         std::fprintf(stderr, "WARNING: Unable to open %s: %s; running Quirepad applications were not told\n",
             path.c_str(), std::strerror(errno));
         return;
     }
     struct stat st;
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink != 1) {
-        std::fprintf(stderr, "WARNING: %s is not a plain file, left alone\n", path.c_str());
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink != 1
+        || (st.st_uid != 0 && st.st_uid != ::geteuid())) {
+        std::fprintf(stderr, "WARNING: %s is not a plain file of root's, left alone (run install-driver.sh again)\n",
+            path.c_str());
         ::close(fd);
         return;
     }
     bool ok = ::ftruncate(fd, 0) == 0 && ::write(fd, "x", 1) == 1;
     if (!ok)
         std::fprintf(stderr, "WARNING: Unable to write %s: %s\n", path.c_str(), std::strerror(errno));
-    if (::fchmod(fd, 0777) != 0)
+    if ((st.st_mode & 07777) != 0777 && ::fchmod(fd, 0777) != 0)
         std::fprintf(
             stderr, "WARNING: Unable to make %s writable by everyone: %s\n", path.c_str(), std::strerror(errno));
     ::close(fd);
@@ -221,13 +257,18 @@ int run_job(int argc, char** argv)
 
     const std::string shared = shared_directory();
     const std::string spoolDir = shared + "/" + kSpoolFolder;
-    if (!is_directory(shared)) {
-        std::fprintf(stderr, "ERROR: The Quirepad folder %s is missing; run install-driver.sh again\n", shared.c_str());
+    std::string why;
+    const int sharedFd = open_shared_folder(AT_FDCWD, shared, &why);
+    if (sharedFd < 0) {
+        std::fprintf(stderr, "ERROR: The Quirepad folder %s cannot be used: %s; run install-driver.sh again\n",
+            shared.c_str(), why.c_str());
         return CUPS_BACKEND_STOP;
     }
-    if (!is_directory(spoolDir)) {
-        std::fprintf(
-            stderr, "ERROR: The Quirepad spool folder %s is missing; run install-driver.sh again\n", spoolDir.c_str());
+    const int spoolFd = open_shared_folder(sharedFd, kSpoolFolder, &why);
+    if (spoolFd < 0) {
+        std::fprintf(stderr, "ERROR: The Quirepad spool folder %s cannot be used: %s; run install-driver.sh again\n",
+            spoolDir.c_str(), why.c_str());
+        ::close(sharedFd);
         return CUPS_BACKEND_STOP;
     }
 
@@ -241,17 +282,29 @@ int run_job(int argc, char** argv)
     const std::string info = info_text(job, numOptions, options);
     cupsFreeOptions(numOptions, options);
 
-    const FileAccess access = file_access(job);
+    const std::optional<FileAccess> access = file_access(job);
+    if (!access) {
+        // Held in CUPS' own spool, readable by nobody else, until someone
+        // releases it (lp -i ID -H resume) with a user at the console; the
+        // queue goes on with other jobs meanwhile.
+        std::fprintf(stderr,
+            "ERROR: Nobody is logged in at the console to receive the job from %s; "
+            "it is held in the print queue (release it with lp -i %s -H resume)\n",
+            job.remote ? job.host.c_str() : job.user.c_str(), job.id.c_str());
+        ::close(spoolFd);
+        ::close(sharedFd);
+        return CUPS_BACKEND_HOLD;
+    }
     const std::string base = job_base_name(job.user, job.title, job.remote ? job.host : std::string());
     // The file given on the command line has not been copied yet; standard
     // input has (CUPS' filters made the copies).
     const long jobs = document.rereadable ? job.copies : 1;
 
     try {
-        Spool spool(spoolDir);
+        Spool spool(spoolFd, spoolDir);
         try {
             for (long i = 0; i < jobs; ++i) {
-                const std::string name = spool.addJob(document, info, base, access);
+                const std::string name = spool.addJob(document, info, base, *access);
                 std::fprintf(stderr, "INFO: Saved %s\n", name.c_str());
             }
         } catch (...) {
@@ -261,12 +314,14 @@ int run_job(int argc, char** argv)
     } catch (const BackendError& error) {
         std::fprintf(
             stderr, "%s: %s\n", error.status() == CUPS_BACKEND_FAILED && g_canceled ? "INFO" : "ERROR", error.what());
+        ::close(sharedFd);
         return error.status();
     }
     if (document.rereadable)
         ::close(document.fd);
 
-    touch_end_trigger(shared);
+    touch_end_trigger(sharedFd, shared);
+    ::close(sharedFd);
     return CUPS_BACKEND_OK;
 }
 

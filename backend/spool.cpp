@@ -142,12 +142,10 @@ private:
     std::string m_name;
 };
 
-Spool::Spool(const std::string& path)
+Spool::Spool(int dirfd, const std::string& path)
     : m_path(path)
+    , m_dirfd(dirfd)
 {
-    m_dirfd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (m_dirfd < 0)
-        throw BackendError(CUPS_BACKEND_STOP, "Spool folder " + path + " is not usable: " + describe(errno));
 }
 
 Spool::~Spool()
@@ -205,14 +203,13 @@ void Spool::finish(TempFile& file, const FileAccess& access)
 {
     if (::fsync(file.fd()) != 0)
         write_failure("Unable to write to " + m_path, errno);
-    mode_t mode = access.mode;
-    if (access.chown && ::fchown(file.fd(), access.uid, access.gid) != 0) {
-        std::fprintf(stderr, "WARNING: Unable to give the job to uid %u: %s; it stays readable by everyone\n",
-            unsigned(access.uid), describe(errno).c_str());
-        mode = 0644;
-    }
-    if (::fchmod(file.fd(), mode) != 0)
+    // The mode first, while the file is still root's: it is never readable
+    // by anybody but its owner.
+    if (::fchmod(file.fd(), access.mode) != 0)
         write_failure("Unable to set permissions in " + m_path, errno);
+    if (access.chown && ::fchown(file.fd(), access.uid, access.gid) != 0)
+        throw BackendError(CUPS_BACKEND_RETRY,
+            "Unable to give the job to uid " + std::to_string(access.uid) + ": " + describe(errno));
     // close() reports delayed write errors of some file systems (NFS).
     if (const int error = file.close())
         write_failure("Unable to write to " + m_path, error);

@@ -49,8 +49,8 @@ struct FileAccess {
 class Spool
 {
 public:
-    // Throws BackendError(CUPS_BACKEND_STOP) when the folder is missing.
-    explicit Spool(const std::string& path);
+    // Takes over an open descriptor of the (checked) spool folder.
+    Spool(int dirfd, const std::string& path);
     ~Spool();
     Spool(const Spool&) = delete;
     Spool& operator=(const Spool&) = delete;

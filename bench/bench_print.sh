@@ -119,7 +119,7 @@ fi
 # run come back on exit.
 save_system_file /usr/lib/cups/backend/quirepad
 save_system_file /usr/share/ppd/quirepad/quirepad.ppd
-bash "$D/prefix/share/quirepad/Resources/driver/install-driver.sh" --shared-dir "$SHARED" > "$D/install.log" 2>&1 \
+bash "$D/prefix/share/quirepad/Resources/driver/install-driver.sh" --shared-dir "$SHARED" --cupsd-conf "$D/etc/cupsd.conf" > "$D/install.log" 2>&1 \
     || { cat "$D/install.log"; say "the driver installer failed"; exit 1; }
 lpstat -p Print_to_Quirepad >/dev/null 2>&1 || { say "no Print_to_Quirepad queue after installing"; exit 1; }
 

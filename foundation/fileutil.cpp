@@ -4,6 +4,8 @@
 #include "foundation/Log.h"
 #include "foundation/UserDefaults.h"
 #include "foundation/pathvars.h"
+#include "foundation/TempArea.h"
+#include "foundation/safefile.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -185,13 +187,21 @@ QString mk_temp()
 {
     static const QDateTime reference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);
     const double ms = double(reference.msecsTo(QDateTime::currentDateTimeUtc()));
-    return QDir::tempPath() + QLatin1Char('/') + QString::asprintf("%.0f.tmp", ms);
+    // In the private temporary area only: a guessable name in a folder that
+    // others can write into would be theirs to plant first.
+    const QString dir = TempArea::instance().currentDir();
+    if (dir.isEmpty())
+        return {};
+    return dir + QLatin1Char('/') + QString::asprintf("%.0f.tmp", ms);
 }
 
 QString mk_temp_dir()
 {
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const QString path = mk_unique_filename(mk_temp());
+        const QString name = mk_temp();
+        if (name.isEmpty())
+            break;
+        const QString path = mk_unique_filename(name);
         if (::mkdir(QFile::encodeName(path).constData(), 0700) == 0)
             return path;
         if (errno != EEXIST)
@@ -345,15 +355,18 @@ bool touch_file(const PathArg& path)
 {
     bool ok = false;
     if (!path.isNull()) {
-        QFile file(path.path());
-        if (file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write("x", 1) == 1) {
-            file.close();
-            const QByteArray native = QFile::encodeName(path.path());
-            struct stat st;
-            ok = ::stat(native.constData(), &st) == 0;
-            if (ok && (st.st_mode & 07777) != 0777)
-                ok = ::chmod(native.constData(), 0777) == 0;
-        }
+        // The trigger files lie in a folder every user can write: a link, a
+        // FIFO or a file with other names planted there is never written,
+        // and only a file of our own gets its mode changed.
+        QString why;
+        struct stat st {};
+        const UniqueFd fd = safefile::openFile(AT_FDCWD, QFile::encodeName(path.path()), O_WRONLY | O_CREAT,
+                                               {::geteuid(), true}, &why, &st);
+        ok = fd && ::ftruncate(fd.get(), 0) == 0 && ::write(fd.get(), "x", 1) == 1;
+        if (ok && st.st_uid == ::geteuid() && (st.st_mode & 07777) != 0777)
+            ok = ::fchmod(fd.get(), 0777) == 0;
+        if (!why.isEmpty())
+            qCWarning(lcFoundation).noquote() << QStringLiteral("%1 is left alone: %2").arg(path.path(), why);
     }
     if (!ok)
         qCWarning(lcFoundation).noquote() << QStringLiteral("error writing to file %1").arg(path.path());

@@ -7,6 +7,8 @@
 #include "foundation/identifiers.h"
 #include "foundation/pathvars.h"
 #include "foundation/session.h"
+#include "foundation/TempArea.h"
+#include "pipeline/jobinfo.h"
 #include "pipeline/filters.h"
 
 #include <QDir>
@@ -34,12 +36,8 @@ QString contextValue(const QVariantMap& context, const char* key, const QString&
 
 QStringList CopyFileProcessor::temporaryPlaces()
 {
-    QStringList places{QStringLiteral("/private"), QStringLiteral("/var"), QStringLiteral("/tmp"),
-                       QStringLiteral("/Users/Shared"), QDir::tempPath()};
-    const QString shared = qEnvironmentVariable("QUIREPAD_SHARED_DIR");
-    if (!shared.isEmpty())
-        places << QDir::cleanPath(shared);
-    return places;
+    return {TempArea::instance().root(), QStringLiteral("/tmp"), QStringLiteral("/var/tmp"), QDir::tempPath(),
+            QDir::cleanPath(SpoolLocations::sharedDirectory())};
 }
 
 bool CopyFileProcessor::isInTemporaryPlace(const QString& path)
@@ -102,10 +100,14 @@ bool CopyFileProcessor::processFile(const QString& path)
     QString target = (folder.endsWith(u'/') ? folder : folder + QLatin1Char('/')) + sanitizeName(path_basename(path));
     QString working = path;
     if (do_compress) {
-        // Compression rewrites its file: never the user's own document, only
-        // a spool job or a copy in a temporary place.
-        if (!isInTemporaryPlace(path))
-            working = make_temp_fl({path}).value(0, path);
+        // Compression rewrites its file: only a copy of our own in the
+        // private temporary area, never the user's document or a spool job.
+        if (!TempArea::instance().contains(path))
+            working = make_temp_fl({path}).value(0);
+        if (working.isEmpty()) {
+            fail(QStringLiteral("%1 could not be copied for compression").arg(path));
+            return false;
+        }
         compress_pdf(working, true);
     }
     if (!tranform.isEmpty()) {

@@ -41,7 +41,9 @@ public:
     virtual bool copyTempFile(const QString& source, const QString& target);
     void notifySucessTitle(const QString& text, const QString& path);
 
-    // Temporary folders and the spool: files there are the program's own.
+    // Places whose files do not last (the private temporary area, the
+    // system's temporary folders, the shared spool): a file from there is
+    // copied somewhere lasting before an application opens it.
     static QStringList temporaryPlaces();
     static bool isInTemporaryPlace(const QString& path);
 

@@ -3,6 +3,8 @@
 #include "foundation/DesktopEntry.h"
 #include "foundation/DialogService.h"
 #include "foundation/ProcessRunner.h"
+#include "foundation/TempArea.h"
+#include "foundation/safefile.h"
 #include "foundation/UserDefaults.h"
 #include "foundation/desktop.h"
 #include "foundation/dialogs.h"
@@ -11,6 +13,7 @@
 #include "foundation/session.h"
 #include "pipeline/DriverInstaller.h"
 #include "pipeline/ProcessorFactory.h"
+#include "pipeline/SpoolFolder.h"
 #include "pipeline/TriggerWatcher.h"
 #include "pipeline/jobinfo.h"
 
@@ -133,24 +136,25 @@ void MainAppDelegate::openFiles(const QStringList& paths)
 
 void MainAppDelegate::processAllFiles()
 {
-    QStringList local, remote;
+    SpoolJobs jobs;
     if (m_running) {
         // A batch is under way (this scan came from a wait inside it): its
         // files are listed again by the rescans that follow.
         qCInfo(lcSpool) << "a batch is running; this scan is left to the next one";
     } else {
-        const SpoolJobs jobs = waitingJobs();
-        local = jobs.local;
-        remote = jobs.remote;
+        jobs = waitingJobs();
     }
-    emit spoolScanned(int(remote.size()), int(local.size()));
+    emit spoolScanned(int(jobs.remote.size()), int(jobs.local.size()));
     UserDefaults& defaults = UserDefaults::standard();
-    if (!remote.isEmpty()) {
+    // Remote jobs first, then the local ones in the same scan: a remote job
+    // that stays (its delivery failed) never holds the local ones back.
+    if (!jobs.remote.isEmpty()) {
         MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files printed remotely"));
-        processPDFFiles(remote, defaults.stringValue(QStringLiteral("remote_destination_name")));
-    } else if (!local.isEmpty()) {
+        processPDFFiles(jobs.remote, defaults.stringValue(QStringLiteral("remote_destination_name")));
+    }
+    if (!jobs.local.isEmpty()) {
         MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files"));
-        processPDFFiles(local, defaults.stringValue(QStringLiteral("destination_name")));
+        processPDFFiles(jobs.local, defaults.stringValue(QStringLiteral("destination_name")));
     }
     if (m_rerunTimer > 0 && m_rerunTimer < 10) {
         qCInfo(lcSpool).noquote() << QStringLiteral("try rerun in %1").arg(m_rerunTimer);
@@ -161,18 +165,32 @@ void MainAppDelegate::processAllFiles()
 
 MainAppDelegate::SpoolJobs MainAppDelegate::waitingJobs() const
 {
-    const QString spool = SpoolLocations::spoolDirectory();
-    const QString localPrefix = spool + user_name() + kMarker;
-    const QString remotePrefix = spool + QStringLiteral("remote:");
-    const bool active = m_sessionActive();
-    SpoolJobs jobs;
-    for (const QString& path : ls_files(spool + QStringLiteral("*.pdf")) + ls_files(spool + QStringLiteral("*.ps"))) {
-        if (path.startsWith(localPrefix))
-            jobs.local << path;
-        else if (path.startsWith(remotePrefix) && active)
-            jobs.remote << path;
+    SpoolFolder& spool = spoolFolder();
+    if (!spool.isOpen()) {
+        if (spool.problem() != m_reportedSpoolProblem) {
+            m_reportedSpoolProblem = spool.problem();
+            qCWarning(lcSpool).noquote() << "no print jobs are taken:" << spool.problem();
+        }
+        return {};
     }
+    m_reportedSpoolProblem.clear();
+    const SpoolFolder::Jobs found = spool.jobs(user_name());
+    SpoolJobs jobs;
+    for (const QString& name : found.local)
+        jobs.local << spool.path() + name;
+    if (m_sessionActive())
+        for (const QString& name : found.remote)
+            jobs.remote << spool.path() + name;
     return jobs;
+}
+
+SpoolFolder& MainAppDelegate::spoolFolder() const
+{
+    // Opened again for every scan, so a folder made (or mended) by the
+    // installer after launch is seen.
+    if (!m_running || !m_spool)
+        m_spool = std::make_unique<SpoolFolder>();
+    return *m_spool;
 }
 
 bool MainAppDelegate::is_running()
@@ -207,15 +225,38 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     emit runningChanged(true);
 
     ManagedObjectContext* context = managedObjectContext();
+    SpoolFolder& spool = spoolFolder();
     QString batchDestination = destination;
     bool nobodyToAsk = false;
-    QStringList delivered;
+    QList<DeliveredJob> delivered;
     for (const QString& path : paths) {
         if (!is_running()) {
             finishBatch(delivered);
             return false; // stopped: the rest stay in the spool
         }
-        QVariantMap jobInfo = read_info(path + QStringLiteral(".info"));
+        // Temporary files of this job go when it is done.
+        const TempArea::JobScope scope;
+        const bool spoolJob = isSpoolJob(path);
+        std::optional<SpoolFolder::Job> job;
+        QString working = path;
+        QVariantMap jobInfo;
+        if (spoolJob) {
+            // A job is used only through a checked descriptor, and worked on
+            // as a private copy: the shared folder is nobody's to trust.
+            QString why;
+            job = spool.openJob(path_basename(path), &why);
+            working = scope.dir().isEmpty() ? QString() : scope.dir() + QLatin1Char('/') + path_basename(path);
+            if (!job || working.isEmpty() || !safefile::copyToNewFile(job->fd.get(), working, &why)) {
+                qCWarning(lcSpool).noquote() << path << "is left alone:"
+                                             << (working.isEmpty() ? QStringLiteral("no private temporary folder") : why);
+                emit jobFinished(path, false);
+                continue;
+            }
+            job->fd.reset();
+            jobInfo = spool.readInfo(job->name);
+        } else {
+            jobInfo = read_info(path + QStringLiteral(".info"));
+        }
         const QString name = jobInfo.value(QStringLiteral("NAME")).toString();
         QVariantMap fileInfo{{QStringLiteral("path"), path}};
         if (jobInfo.contains(QStringLiteral("TITLE"))) {
@@ -247,7 +288,7 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
         bool remove = false;
         if (processor) {
             processor->setContext(jobInfo);
-            remove = processor->processFile(path);
+            remove = processor->processFile(working);
             if (!remove)
                 qCWarning(lcSpool).noquote() << path << "stays in the queue:" << processor->failureReason();
         } else if (cancelled) {
@@ -259,9 +300,9 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
             qCWarning(lcSpool).noquote() << path << "stays in the queue: no destination named"
                                          << (name.isEmpty() ? batchDestination : name);
         }
-        const bool removed = remove && isSpoolJob(path);
+        const bool removed = remove && job.has_value();
         if (removed)
-            delivered << path;
+            delivered.append({job->name, job->identity});
         emit jobFinished(path, removed);
         setCurrentFileInfo({});
     }
@@ -275,17 +316,16 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     return true;
 }
 
-void MainAppDelegate::finishBatch(const QStringList& deliveredJobs)
+void MainAppDelegate::finishBatch(const QList<DeliveredJob>& deliveredJobs)
 {
     if (deliveredJobs.isEmpty())
         return;
     // One flush of what the batch wrote, then the jobs may go: a crash can
     // at worst deliver a job twice, never lose one.
     ::sync();
-    for (const QString& path : deliveredJobs) {
-        rm_file(path);
-        rm_file(path + QStringLiteral(".info"));
-    }
+    SpoolFolder& spool = spoolFolder();
+    for (const DeliveredJob& job : deliveredJobs)
+        spool.removeJob(job.name, job.identity);
 }
 
 void MainAppDelegate::retryAgrain()
@@ -295,8 +335,8 @@ void MainAppDelegate::retryAgrain()
 
 void MainAppDelegate::clearQueue()
 {
-    for (const QString& path : ls_files(SpoolLocations::spoolDirectory() + QStringLiteral("*")))
-        rm_file(path);
+    const int removed = SpoolFolder().clearQueue();
+    qCInfo(lcSpool) << "queue cleared:" << removed << "file(s) removed";
 }
 
 void MainAppDelegate::stopProcessing()
@@ -335,8 +375,13 @@ void MainAppDelegate::printDocuments(const QStringList& paths)
 
 void MainAppDelegate::takeScreenShot()
 {
-    const QString image = QStringLiteral("/tmp/%1-D3F2UG-ScreenShot.png").arg(QCoreApplication::applicationPid());
-    const QString pdf = QStringLiteral("/tmp/%1-D3F2UG-ScreenShot.pdf").arg(QCoreApplication::applicationPid());
+    // The picture is taken in a private folder; the PDF made from it lives
+    // until Quirepad ends (it is delivered after this function returns).
+    const QString folder = TempArea::instance().makeDir(QStringLiteral("screenshot"));
+    if (folder.isEmpty())
+        return;
+    const QString image = folder + QStringLiteral("/ScreenShot.png");
+    const QString pdf = folder + QStringLiteral("/%1-D3F2UG-ScreenShot.pdf").arg(user_name());
     struct Tool {
         const char* program;
         QStringList arguments;

@@ -2,6 +2,7 @@
 
 #include "pipeline/DestinationChooser.h"
 #include "pipeline/WorkflowLibrary.h"
+#include "foundation/safefile.h"
 #include "store/MainAppDelegateBase.h"
 
 #include <QPoint>
@@ -13,6 +14,7 @@
 
 namespace quirepad {
 
+class SpoolFolder;
 class TriggerWatcher;
 
 // The application controller: wakes up on the print backend's trigger,
@@ -78,8 +80,13 @@ signals:
 
 private:
     bool isSpoolJob(const QString& path) const;
+    struct DeliveredJob {
+        QString name;
+        FileIdentity identity;
+    };
     // Makes the batch's deliveries durable, then removes their spool jobs.
-    void finishBatch(const QStringList& deliveredJobs);
+    void finishBatch(const QList<DeliveredJob>& deliveredJobs);
+    SpoolFolder& spoolFolder() const;
     void setCurrentFileInfo(const QVariantMap& info);
     void schedule(double seconds, std::function<void()> call);
 
@@ -91,6 +98,8 @@ private:
     std::unique_ptr<DestinationChooser> m_chooser;
     QList<Batch> m_followingBatches; // files that arrived during a batch
     std::unique_ptr<TriggerWatcher> m_watcher;
+    mutable std::unique_ptr<SpoolFolder> m_spool;
+    mutable QString m_reportedSpoolProblem;
     WorkflowLibrary m_workflows;
     std::function<bool()> m_sessionActive;
     QVariantMap m_currentFileInfo;

@@ -1,6 +1,7 @@
 #include "pipeline/OpenFileProcessor.h"
 
 #include "foundation/apps.h"
+#include "foundation/TempArea.h"
 #include "foundation/fileutil.h"
 
 
@@ -11,7 +12,9 @@ bool OpenFileProcessor::processFile(const QString& path)
     const QString appid = config.value(QStringLiteral("appid")).toString();
     QString file = path;
     if (isInTemporaryPlace(path)) {
-        const QString folder = mk_temp_dir();
+        // The application opens it after this job is done and its temporary
+        // files are gone: the copy lives a day.
+        const QString folder = TempArea::instance().makeLastingDir();
         file = folder + QLatin1Char('/') + sanitizeName(path_basename(path));
         if (folder.isEmpty() || !cp_file(path, file)) {
             fail(QStringLiteral("%1 could not be copied for opening").arg(path));

@@ -21,8 +21,10 @@ bool PluginFileProcessor::copyTempFile(const QString& source, const QString& tar
     }
     const QUrl workflow = plugin_url(pluginName);
     if (workflow.isEmpty()) {
+        // Not the user's cancel: the job waits until the workflow is there.
         MYDisplayAlert(QStringLiteral("no plugin found for %1").arg(pluginName));
-        return false;
+        fail(QStringLiteral("no plugin found for %1").arg(pluginName), false);
+        return true;
     }
     QVariantMap jobInfo = context;
     jobInfo.insert(QStringLiteral("OUTPUT_DIR"), path_dirname(target));

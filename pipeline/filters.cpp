@@ -1,6 +1,7 @@
 #include "pipeline/filters.h"
 
 #include "foundation/ProcessRunner.h"
+#include "foundation/TempArea.h"
 #include "foundation/desktop.h"
 #include "foundation/dialogs.h"
 #include "foundation/fileutil.h"
@@ -10,9 +11,14 @@
 #include "pipeline/WorkflowRunner.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QLoggingCategory>
 
 #include <exception>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace quirepad {
 
@@ -27,10 +33,35 @@ QUrl existingFileUrl(const QString& path)
     return path_exists(path) ? QUrl::fromLocalFile(path) : QUrl();
 }
 
+// A workflow name is looked up in the workflow folders only: one that could
+// step out of them is no name.
+bool isPlainName(const QString& name)
+{
+    return !name.isEmpty() && !name.contains(u'/') && name != QLatin1String(".") && name != QLatin1String("..");
+}
+
+// Whether a file (and, for a folder, its "run") is owned by this user or
+// root and writable by nobody else: the only workflows given by a full path
+// that may run.
+bool isTrustedProgramPath(const QString& path)
+{
+    const auto trusted = [](const QString& file) {
+        struct stat st {};
+        if (::lstat(QFile::encodeName(file).constData(), &st) != 0 || S_ISLNK(st.st_mode))
+            return false;
+        return (st.st_uid == ::geteuid() || st.st_uid == 0) && !(st.st_mode & (S_IWGRP | S_IWOTH));
+    };
+    if (!trusted(path))
+        return false;
+    return !QFileInfo(path).isDir() || trusted(path + QStringLiteral("/run"));
+}
+
 } // namespace
 
 QUrl filter_url(const QString& name)
 {
+    if (!isPlainName(name))
+        return {};
     if (const QUrl user = existingFileUrl(f(QStringLiteral("${APP_SUPPORT_PLUGINS}/Filters/%@.workflow"), name));
         !user.isEmpty())
         return user;
@@ -39,8 +70,21 @@ QUrl filter_url(const QString& name)
 
 QUrl plugin_url(const QString& nameOrPath)
 {
-    if (!nameOrPath.isEmpty() && path_exists(nameOrPath))
-        return QUrl::fromLocalFile(QFileInfo(nameOrPath).absoluteFilePath());
+    // Never relative to the current folder: a full path, or a name in the
+    // workflow folders.
+    if (QDir::isAbsolutePath(nameOrPath)) {
+        if (!path_exists(nameOrPath))
+            return {};
+        if (!isTrustedProgramPath(nameOrPath)) {
+            qCWarning(lcFilters).noquote() << nameOrPath
+                                           << "is not run: a workflow given by its path must be owned by you or root "
+                                              "and writable by nobody else";
+            return {};
+        }
+        return QUrl::fromLocalFile(QDir::cleanPath(nameOrPath));
+    }
+    if (!isPlainName(nameOrPath))
+        return {};
     if (const QUrl user = existingFileUrl(f(QStringLiteral("${APP_SUPPORT_PLUGINS}/%@.workflow"), nameOrPath));
         !user.isEmpty())
         return user;
@@ -105,7 +149,12 @@ void compress_pdf(const QString& path, bool flag)
         qCWarning(lcFilters) << "no usable ReduceFileSize.qfilter; the file is left as it is";
         return;
     }
-    const QString target = QDir::tempPath() + QLatin1Char('/') + path_basename(path);
+    // Ghostscript's output goes to a private folder under a name of our
+    // own ("%" in an output name would make it write one file per page).
+    const QString folder = TempArea::instance().makeDir(QStringLiteral("compress"));
+    if (folder.isEmpty())
+        return;
+    const QString target = folder + QStringLiteral("/compressed.pdf");
     const ProcessRunner::Result run = ProcessRunner(QStringLiteral("gs"), settings->ghostscriptArguments(path, target))
                                           .setTimeout(settings->timeout)
                                           .setErrorOutput(ProcessRunner::ErrorOutput::Captured)
@@ -114,15 +163,14 @@ void compress_pdf(const QString& path, bool flag)
     if (!run.succeeded()) {
         qCInfo(lcFilters).noquote() << "Ghostscript could not reduce" << path << ":"
                                     << QString::fromUtf8(run.standardError).trimmed();
-        rm_file(target);
+        rm_dir(folder);
         return;
     }
     const quint64 before = quint64(file_size(path));
     const quint64 after = quint64(file_size(target));
     if (after > 0 && after < before)
         mv_file(target, path);
-    else
-        rm_file(target); // not smaller: the source stays as it was
+    rm_dir(folder); // not smaller: the source stays as it was
 }
 
 QStringList make_temp_fl(const QStringList& paths)

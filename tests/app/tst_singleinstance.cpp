@@ -467,7 +467,7 @@ private slots:
 
         QTest::newRow("mode 0750") << QString("0750") << QString("accessible to other users");
         QTest::newRow("owned by another user") << QString("foreign") << QString("not by this user");
-        QTest::newRow("symbolic link") << QString("symlink") << QString("not a directory");
+        QTest::newRow("symbolic link") << QString("symlink") << QString("not a folder");
     }
 
     void unsafeRuntimeDirIsRefused()

@@ -5,7 +5,9 @@
 #include "foundation/InternalError.h"
 #include "foundation/UserDefaults.h"
 #include "foundation/fileutil.h"
+#include "foundation/TempArea.h"
 #include "foundation/identifiers.h"
+#include "foundation/pathvars.h"
 
 #include <QDir>
 #include <QRegularExpression>
@@ -13,6 +15,7 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace quirepad;
 using namespace quirepad::test;
@@ -198,6 +201,19 @@ private slots:
         test::LogCapture log;
         QVERIFY(!touch_file(m_dir->path()));
         QCOMPARE(log.count(QStringLiteral("error writing to file %1").arg(m_dir->path())), 1);
+
+        // Planted at the trigger's name by someone else: a link to our file,
+        // a second hard link of it, a FIFO. None is written or chmod-ed, and
+        // nothing blocks.
+        const QString precious = path("precious");
+        QVERIFY(writeFile(precious, "keep", QFile::ReadOwner | QFile::WriteOwner));
+        QVERIFY(QFile::link(precious, path("link-trigger")));
+        QVERIFY(::link(QFile::encodeName(precious).constData(), QFile::encodeName(path("hard-trigger")).constData()) == 0);
+        QVERIFY(::mkfifo(QFile::encodeName(path("fifo-trigger")).constData(), 0600) == 0);
+        for (const char* planted : {"link-trigger", "hard-trigger", "fifo-trigger"})
+            QVERIFY2(!touch_file(path(planted)), planted);
+        QCOMPARE(readFile(precious), QByteArray("keep"));
+        QCOMPARE(modeOf(precious), 0600);
     }
 
     void ensureDirectories()
@@ -228,7 +244,10 @@ private slots:
         const QString temp = mk_temp();
         const qint64 after = reference.msecsTo(QDateTime::currentDateTimeUtc());
         const qint64 stamp = path_basename_noext(temp).toLongLong(); // milliseconds since 2001
-        QCOMPARE(temp, QDir::tempPath() + "/" + QString::number(stamp) + ".tmp");
+        // In the private temporary area, never a folder others can write.
+        QCOMPARE(temp, TempArea::instance().currentDir() + "/" + QString::number(stamp) + ".tmp");
+        QVERIFY(temp.startsWith(get_env("APP_CACHES") + "/tmp/run-"));
+        QCOMPARE(modeOf(TempArea::instance().root()), 0700);
         QVERIFY(stamp >= before && stamp <= after + 1);
         QVERIFY(!QFile::exists(temp));
 

@@ -84,7 +84,7 @@ fi
 lpstat -r | grep -q "is running" || { echo "SKIP: cupsd did not start here"; failures=0; exit 77; }
 
 # The driver, through the installer the application ships.
-bash "$D/prefix/share/quirepad/Resources/driver/install-driver.sh" --shared-dir "$SHARED" > "$D/install.log" 2>&1 \
+bash "$D/prefix/share/quirepad/Resources/driver/install-driver.sh" --shared-dir "$SHARED" --cupsd-conf "$D/etc/cupsd.conf" > "$D/install.log" 2>&1 \
     || { cat "$D/install.log"; fail "the driver installer failed"; exit 1; }
 lpstat -p Print_to_Quirepad >/dev/null 2>&1 || fail "no Print_to_Quirepad queue after installing"
 SPOOL="$SHARED/quirepad_spool"
@@ -159,7 +159,13 @@ else
 fi
 
 # 4. Over IPP from another machine: a "remote:" job for remote_destination_name.
+# The private queue refuses anonymous IPP; sharing (as AirPrint does) opens it.
 if [ "$REMOTE" = yes ]; then
+    ip netns exec "$NETNS" ipptool -q -f "$D/sample.pdf" -d filetype=application/pdf \
+        "ipp://10.77.91.1:8631/printers/Print_to_Quirepad" /usr/share/cups/ipptool/print-job.test 2>/dev/null \
+        && fail "the private queue took an anonymous job from another machine"
+    bash "$D/prefix/share/quirepad/Resources/driver/install-driver.sh" --shared-dir "$SHARED" --share >> "$D/install.log" 2>&1 \
+        || fail "the installer could not share the queue"
     ip netns exec "$NETNS" ipptool -q -f "$D/sample.pdf" -d filetype=application/pdf \
         "ipp://10.77.91.1:8631/printers/Print_to_Quirepad" /usr/share/cups/ipptool/print-job.test \
         || fail "ipptool could not print from the other namespace"

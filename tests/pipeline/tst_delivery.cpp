@@ -232,7 +232,7 @@ private slots:
                                  << "error: The document could not be delivered." << "cannot read the page";
         QTest::newRow("not executable") << QByteArray("#!/bin/sh\necho x\n") << false
                                         << "question: Quirepad is unable to execute this action" << "";
-        QTest::newRow("missing") << QByteArray() << true << "alert: no plugin found for %1" << "";
+        QTest::newRow("missing: told, kept") << QByteArray() << false << "alert: no plugin found for %1" << "";
     }
 
     void pluginWorkflows()

@@ -151,14 +151,13 @@ private slots:
         job("someoneelse-D3F2UG-b.pdf", "TITLE=Theirs\n");
         job("remote:c.ps", "TITLE=From afar\n");
 
+        QStringList order;
+        connect(m_delegate.get(), &MainAppDelegate::jobFinished, this,
+                [&order](const QString& path) { order << path_basename(path); });
         m_delegate->processAllFiles();
+        // Remote first, then the local ones in the same scan.
+        QCOMPARE(order, (QStringList{"remote:c.ps", user_name() + "-D3F2UG-a.pdf"}));
         QVERIFY(QFile::exists(remoteOut + "/From afar.pdf"));
-        QVERIFY(!QDir(localOut).exists()); // waits for the next scan
-        QStringList waiting{"someoneelse-D3F2UG-b.pdf", "someoneelse-D3F2UG-b.pdf.info", user_name() + "-D3F2UG-a.pdf",
-                            user_name() + "-D3F2UG-a.pdf.info"};
-        waiting.sort();
-        QCOMPARE(spoolFiles(), waiting);
-        m_delegate->processAllFiles();
         QVERIFY(QFile::exists(localOut + "/Mine.pdf"));
         QCOMPARE(spoolFiles(), (QStringList{"someoneelse-D3F2UG-b.pdf", "someoneelse-D3F2UG-b.pdf.info"}));
         m_delegate->processAllFiles();

@@ -1,0 +1,274 @@
+#include "foundation/safefile.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cerrno>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/sendfile.h>
+#include <unistd.h>
+
+namespace quirepad {
+
+namespace {
+
+QString errorText(int error)
+{
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+void setWhy(QString* why, const QString& text)
+{
+    if (why)
+        *why = text;
+}
+
+QString kindOf(mode_t mode)
+{
+    if (S_ISDIR(mode))
+        return QStringLiteral("a folder");
+    if (S_ISLNK(mode))
+        return QStringLiteral("a symbolic link");
+    if (S_ISFIFO(mode))
+        return QStringLiteral("a FIFO");
+    if (S_ISSOCK(mode))
+        return QStringLiteral("a socket");
+    if (S_ISCHR(mode) || S_ISBLK(mode))
+        return QStringLiteral("a device");
+    return QStringLiteral("not a regular file");
+}
+
+} // namespace
+
+void UniqueFd::reset(int fd)
+{
+    if (m_fd >= 0)
+        ::close(m_fd);
+    m_fd = fd;
+}
+
+namespace safefile {
+
+QString refusal(const struct stat& st, Owner owner)
+{
+    if (!S_ISREG(st.st_mode))
+        return kindOf(st.st_mode);
+    if (st.st_nlink != 1)
+        return QStringLiteral("a file with %1 links").arg(st.st_nlink);
+    if (!owner.accepts(st.st_uid))
+        return QStringLiteral("owned by uid %1").arg(st.st_uid);
+    return {};
+}
+
+UniqueFd openFile(int dirfd, const QByteArray& name, int flags, Owner owner, QString* why, struct stat* out)
+{
+    UniqueFd fd(::openat(dirfd, name.constData(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0600));
+    if (!fd) {
+        setWhy(why, errno == ELOOP ? QStringLiteral("a symbolic link") : errorText(errno));
+        return {};
+    }
+    struct stat st {};
+    if (::fstat(fd.get(), &st) != 0) {
+        setWhy(why, errorText(errno));
+        return {};
+    }
+    if (const QString refused = refusal(st, owner); !refused.isEmpty()) {
+        setWhy(why, refused);
+        return {};
+    }
+    // Reads and writes may block from here on, as on any regular file.
+    const int status = ::fcntl(fd.get(), F_GETFL);
+    if (status >= 0)
+        ::fcntl(fd.get(), F_SETFL, status & ~O_NONBLOCK);
+    if (out)
+        *out = st;
+    return fd;
+}
+
+UniqueFd openFolder(int dirfd, const QByteArray& name, Owner owner, QString* why)
+{
+    UniqueFd fd(::openat(dirfd, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!fd) {
+        setWhy(why, errno == ELOOP ? QStringLiteral("a symbolic link")
+                    : errno == ENOTDIR ? QStringLiteral("not a folder")
+                                       : errorText(errno));
+        return {};
+    }
+    struct stat st {};
+    if (::fstat(fd.get(), &st) != 0) {
+        setWhy(why, errorText(errno));
+        return {};
+    }
+    if (!owner.accepts(st.st_uid)) {
+        setWhy(why, QStringLiteral("owned by uid %1").arg(st.st_uid));
+        return {};
+    }
+    if ((st.st_mode & (S_IWGRP | S_IWOTH)) && !(st.st_mode & S_ISVTX)) {
+        setWhy(why, QStringLiteral("writable by others without the sticky bit (mode %1)")
+                        .arg(st.st_mode & 07777, 4, 8, QLatin1Char('0')));
+        return {};
+    }
+    return fd;
+}
+
+bool removeFile(int dirfd, const QByteArray& name, Owner owner, std::optional<FileIdentity> identity, QString* why)
+{
+    struct stat st {};
+    if (::fstatat(dirfd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        setWhy(why, errorText(errno));
+        return false;
+    }
+    if (const QString refused = refusal(st, owner); !refused.isEmpty()) {
+        setWhy(why, refused);
+        return false;
+    }
+    if (identity && !(*identity == FileIdentity::of(st))) {
+        setWhy(why, QStringLiteral("replaced by another file"));
+        return false;
+    }
+    // In a sticky folder nobody but the owner (and root) can rename or
+    // remove this entry, so the name still stands for the file checked.
+    if (::unlinkat(dirfd, name.constData(), 0) != 0) {
+        setWhy(why, errorText(errno));
+        return false;
+    }
+    return true;
+}
+
+std::optional<QByteArray> readAll(int fd, qint64 limit)
+{
+    QByteArray data;
+    char buffer[1 << 16];
+    while (data.size() <= limit) {
+        const ssize_t got = ::read(fd, buffer, sizeof buffer);
+        if (got < 0) {
+            if (errno == EINTR)
+                continue;
+            return std::nullopt;
+        }
+        if (got == 0)
+            break;
+        data.append(buffer, qsizetype(got));
+    }
+    if (data.size() > limit + 1)
+        data.truncate(limit + 1);
+    return data;
+}
+
+bool copyToNewFile(int fd, const QString& path, QString* why)
+{
+    UniqueFd out(::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!out) {
+        setWhy(why, errorText(errno));
+        return false;
+    }
+    off_t offset = 0;
+    for (;;) {
+        // copy_file_range shares blocks where the file system can, and
+        // never passes the data through user space.
+        const ssize_t n = ::copy_file_range(fd, &offset, out.get(), nullptr, 1 << 30, 0);
+        if (n > 0)
+            continue;
+        if (n == 0)
+            break;
+        if (errno == EINTR)
+            continue;
+        if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) {
+            setWhy(why, errorText(errno));
+            return false;
+        }
+        // Older kernels and some file systems: plain reads and writes.
+        char buffer[1 << 16];
+        for (;;) {
+            const ssize_t got = ::pread(fd, buffer, sizeof buffer, offset);
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got < 0) {
+                setWhy(why, errorText(errno));
+                return false;
+            }
+            if (got == 0)
+                break;
+            for (ssize_t done = 0; done < got;) {
+                const ssize_t put = ::write(out.get(), buffer + done, size_t(got - done));
+                if (put < 0 && errno == EINTR)
+                    continue;
+                if (put < 0) {
+                    setWhy(why, errorText(errno));
+                    return false;
+                }
+                done += put;
+            }
+            offset += got;
+        }
+        break;
+    }
+    if (::close(out.release()) != 0) {
+        setWhy(why, errorText(errno));
+        return false;
+    }
+    return true;
+}
+
+} // namespace safefile
+
+PrivateDirState inspect_private_dir(const QString& dir, QString* reason)
+{
+    struct stat info = {};
+    if (::lstat(QFile::encodeName(dir).constData(), &info) != 0) {
+        if (errno == ENOENT)
+            return PrivateDirState::Missing;
+        *reason = QStringLiteral("cannot inspect folder %1: %2").arg(dir, errorText(errno));
+        return PrivateDirState::Unsafe;
+    }
+    if (!S_ISDIR(info.st_mode)) {
+        *reason = QStringLiteral("%1 is not a folder").arg(dir);
+        return PrivateDirState::Unsafe;
+    }
+    if (info.st_uid != ::geteuid()) {
+        *reason = QStringLiteral("folder %1 is owned by uid %2, not by this user (uid %3)")
+                      .arg(dir)
+                      .arg(info.st_uid)
+                      .arg(::geteuid());
+        return PrivateDirState::Unsafe;
+    }
+    if ((info.st_mode & 077) != 0) {
+        *reason = QStringLiteral("folder %1 is accessible to other users (mode %2, expected 700)")
+                      .arg(dir)
+                      .arg(info.st_mode & 0777, 3, 8, QLatin1Char('0'));
+        return PrivateDirState::Unsafe;
+    }
+    return PrivateDirState::Safe;
+}
+
+bool ensure_private_dir(const QString& dir, QString* reason)
+{
+    if (inspect_private_dir(dir, reason) == PrivateDirState::Missing) {
+        const QString parent = QFileInfo(dir).absolutePath();
+        if (!QDir().mkpath(parent)) {
+            *reason = QStringLiteral("cannot create folder %1").arg(parent);
+            return false;
+        }
+        if (::mkdir(QFile::encodeName(dir).constData(), 0700) != 0 && errno != EEXIST) {
+            *reason = QStringLiteral("cannot create folder %1: %2").arg(dir, errorText(errno));
+            return false;
+        }
+    }
+    // Checked again after creating: whoever won a race for the name must
+    // still pass.
+    switch (inspect_private_dir(dir, reason)) {
+    case PrivateDirState::Safe:
+        return true;
+    case PrivateDirState::Missing:
+        *reason = QStringLiteral("folder %1 vanished").arg(dir);
+        return false;
+    case PrivateDirState::Unsafe:
+        return false;
+    }
+    return false;
+}
+
+} // namespace quirepad

@@ -1,0 +1,189 @@
+#include "pipeline/SpoolFolder.h"
+
+#include "pipeline/jobinfo.h"
+
+#include <QFile>
+#include <QLoggingCategory>
+
+#include <algorithm>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace quirepad {
+
+Q_LOGGING_CATEGORY(lcSpoolFolder, "quirepad.spool", QtInfoMsg)
+
+namespace {
+
+const QString kMarker = QStringLiteral("-D3F2UG-");
+const QString kRemote = QStringLiteral("remote:");
+constexpr qint64 kInfoLimit = 1 << 20;
+
+safefile::Owner me()
+{
+    return {::geteuid(), false};
+}
+
+// The folders may be root's (installed) or the user's own (a private setup).
+safefile::Owner folderOwners()
+{
+    return {::geteuid(), true};
+}
+
+struct DirCloser {
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+} // namespace
+
+SpoolFolder::SpoolFolder()
+{
+    open(SpoolLocations::sharedDirectory());
+}
+
+SpoolFolder::SpoolFolder(const QString& sharedDirectory)
+{
+    open(sharedDirectory);
+}
+
+void SpoolFolder::open(const QString& sharedDirectory)
+{
+    QString shared = sharedDirectory;
+    while (shared.size() > 1 && shared.endsWith(u'/'))
+        shared.chop(1);
+    m_path = shared + QStringLiteral("/quirepad_spool/");
+    QString why;
+    const UniqueFd sharedFd = safefile::openFolder(AT_FDCWD, QFile::encodeName(shared), folderOwners(), &why);
+    if (!sharedFd) {
+        m_problem = QStringLiteral("the shared folder %1 cannot be used: %2").arg(shared, why);
+        return;
+    }
+    m_spool = safefile::openFolder(sharedFd.get(), "quirepad_spool", folderOwners(), &why);
+    if (!m_spool)
+        m_problem = QStringLiteral("the spool folder %1 cannot be used: %2").arg(m_path, why);
+}
+
+void SpoolFolder::logOnce(const QString& name, const struct stat& st, const QString& why)
+{
+    const QString key = QStringLiteral("%1:%2:%3").arg(name).arg(st.st_ino).arg(why);
+    if (m_logged.contains(key))
+        return;
+    m_logged.insert(key);
+    qCWarning(lcSpoolFolder).noquote() << QStringLiteral("%1%2 is left alone: %3").arg(m_path, name, why);
+}
+
+SpoolFolder::Jobs SpoolFolder::jobs(const QString& userName)
+{
+    Jobs jobs;
+    if (!isOpen())
+        return jobs;
+    const int fd = ::dup(m_spool.get());
+    if (fd < 0)
+        return jobs;
+    std::unique_ptr<DIR, DirCloser> dir(::fdopendir(fd));
+    if (!dir) {
+        ::close(fd);
+        return jobs;
+    }
+    ::rewinddir(dir.get());
+    const QString localPrefix = userName + kMarker;
+    QStringList pdf, ps;
+    while (const dirent* entry = ::readdir(dir.get())) {
+        const QString name = QFile::decodeName(entry->d_name);
+        const bool isPdf = name.endsWith(QLatin1String(".pdf"));
+        if (!isPdf && !name.endsWith(QLatin1String(".ps")))
+            continue;
+        if (!name.startsWith(localPrefix) && !name.startsWith(kRemote))
+            continue;
+        struct stat st {};
+        if (::fstatat(m_spool.get(), entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue; // gone meanwhile
+        if (const QString refused = safefile::refusal(st, me()); !refused.isEmpty()) {
+            // Other users' remote jobs are simply not ours; the rest with our
+            // name is worth a line in the log.
+            if (!(name.startsWith(kRemote) && S_ISREG(st.st_mode) && st.st_uid != ::geteuid()))
+                logOnce(name, st, refused);
+            continue;
+        }
+        (isPdf ? pdf : ps) << name;
+    }
+    std::sort(pdf.begin(), pdf.end());
+    std::sort(ps.begin(), ps.end());
+    for (const QString& name : pdf + ps)
+        (name.startsWith(kRemote) ? jobs.remote : jobs.local) << name;
+    return jobs;
+}
+
+std::optional<SpoolFolder::Job> SpoolFolder::openJob(const QString& name, QString* why)
+{
+    if (!isOpen() || name.contains(u'/')) {
+        if (why)
+            *why = isOpen() ? QStringLiteral("not a name in the spool") : m_problem;
+        return std::nullopt;
+    }
+    struct stat st {};
+    UniqueFd fd = safefile::openFile(m_spool.get(), QFile::encodeName(name), O_RDONLY, me(), why, &st);
+    if (!fd)
+        return std::nullopt;
+    return Job{std::move(fd), FileIdentity::of(st), name};
+}
+
+QVariantMap SpoolFolder::readInfo(const QString& jobName)
+{
+    if (!isOpen() || jobName.contains(u'/'))
+        return {};
+    const QString name = jobName + QStringLiteral(".info");
+    QString why;
+    struct stat st {};
+    const UniqueFd fd = safefile::openFile(m_spool.get(), QFile::encodeName(name), O_RDONLY, me(), &why, &st);
+    if (!fd) {
+        if (why != QLatin1String("No such file or directory"))
+            logOnce(name, st, why);
+        return {};
+    }
+    if (st.st_size > kInfoLimit)
+        return {};
+    const std::optional<QByteArray> text = safefile::readAll(fd.get(), kInfoLimit);
+    return text && text->size() <= kInfoLimit ? parse_info(*text) : QVariantMap();
+}
+
+bool SpoolFolder::removeJob(const QString& name, const FileIdentity& identity)
+{
+    if (!isOpen())
+        return false;
+    QString why;
+    const bool removed = safefile::removeFile(m_spool.get(), QFile::encodeName(name), me(), identity, &why);
+    if (!removed)
+        qCWarning(lcSpoolFolder).noquote() << "cannot remove" << m_path + name << ":" << why;
+    // The info goes with its job; a missing one is no error.
+    safefile::removeFile(m_spool.get(), QFile::encodeName(name + QStringLiteral(".info")), me());
+    return removed;
+}
+
+int SpoolFolder::clearQueue()
+{
+    if (!isOpen())
+        return 0;
+    const int fd = ::dup(m_spool.get());
+    if (fd < 0)
+        return 0;
+    std::unique_ptr<DIR, DirCloser> dir(::fdopendir(fd));
+    if (!dir) {
+        ::close(fd);
+        return 0;
+    }
+    ::rewinddir(dir.get());
+    QList<QByteArray> names;
+    while (const dirent* entry = ::readdir(dir.get()))
+        if (entry->d_name[0] != '.') // the backend's files in the making
+            names << QByteArray(entry->d_name);
+    int removed = 0;
+    for (const QByteArray& name : names)
+        removed += safefile::removeFile(m_spool.get(), name, me()) ? 1 : 0;
+    return removed;
+}
+
+} // namespace quirepad
