@@ -78,9 +78,13 @@ int open_shared_folder(int dirfd, const std::string& name, std::string* why)
 {
     const int fd = ::openat(dirfd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0) {
-        *why = errno == ELOOP ? "it is a symbolic link"
-            : errno == ENOTDIR ? "it is not a folder"
-                               : std::strerror(errno);
+        const int error = errno;
+        struct stat st;
+        // O_DIRECTORY wins over O_NOFOLLOW: a link answers ENOTDIR.
+        const bool link = error == ELOOP
+            || (error == ENOTDIR && ::fstatat(dirfd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0
+                && S_ISLNK(st.st_mode));
+        *why = link ? "it is a symbolic link" : error == ENOTDIR ? "it is not a folder" : std::strerror(error);
         return -1;
     }
     struct stat st;

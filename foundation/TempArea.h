@@ -24,6 +24,9 @@ public:
     TempArea(const TempArea&) = delete;
     TempArea& operator=(const TempArea&) = delete;
 
+    // Makes the process's folder, removing what crashed runs left first.
+    // Called at start; every other call does it as well when needed.
+    bool prepare() { return ensureProcessDir(); }
     // The folder new temporary files go to now (the job's, else the
     // process's); a null string when no private folder can be had.
     QString currentDir();

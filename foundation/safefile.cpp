@@ -92,9 +92,14 @@ UniqueFd openFolder(int dirfd, const QByteArray& name, Owner owner, QString* why
 {
     UniqueFd fd(::openat(dirfd, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) {
-        setWhy(why, errno == ELOOP ? QStringLiteral("a symbolic link")
-                    : errno == ENOTDIR ? QStringLiteral("not a folder")
-                                       : errorText(errno));
+        const int error = errno;
+        struct stat st {};
+        const bool link = error == ELOOP
+                          || (error == ENOTDIR && ::fstatat(dirfd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0
+                              && S_ISLNK(st.st_mode));
+        setWhy(why, link ? QStringLiteral("a symbolic link")
+                    : error == ENOTDIR ? QStringLiteral("not a folder")
+                                       : errorText(error));
         return {};
     }
     struct stat st {};

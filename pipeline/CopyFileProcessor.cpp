@@ -17,6 +17,7 @@
 #include <QUrl>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <cstring>
 #include <stdio.h>
 
@@ -140,7 +141,7 @@ bool CopyFileProcessor::copyTempFile(const QString& source, const QString& targe
             return true;
         }
         chosen = (!path_exists(target) || do_overwrite) ? target : mk_unique_filename(target);
-        if (!deliverCopy(source, chosen))
+        if (!deliverCopy(source, chosen, do_overwrite))
             return true;
     }
     resultFile = chosen;
@@ -149,7 +150,7 @@ bool CopyFileProcessor::copyTempFile(const QString& source, const QString& targe
     return true;
 }
 
-bool CopyFileProcessor::deliverCopy(const QString& source, const QString& target)
+bool CopyFileProcessor::deliverCopy(const QString& source, QString& target, bool replace)
 {
     QFile in(source);
     if (!in.open(QIODevice::ReadOnly)) {
@@ -174,8 +175,19 @@ bool CopyFileProcessor::deliverCopy(const QString& source, const QString& target
     ok = ok && in.error() == QFile::NoError && out.flush();
     const QString reason = out.error() != QFileDevice::NoError ? out.errorString() : in.errorString();
     out.close();
-    if (ok && ::rename(QFile::encodeName(partial).constData(), QFile::encodeName(target).constData()) != 0) {
-        ok = false;
+    // Without overwriting, a name taken meanwhile is never replaced: the
+    // next free one is used instead.
+    for (int attempt = 0; ok; ++attempt) {
+        const QByteArray from = QFile::encodeName(partial);
+        const QByteArray to = QFile::encodeName(target);
+        const int renamed = replace ? ::rename(from.constData(), to.constData())
+                                    : ::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE);
+        if (renamed == 0)
+            break;
+        if (!replace && errno == EEXIST && attempt < 100) {
+            target = mk_unique_filename(target);
+            continue;
+        }
         fail(QStringLiteral("%1 could not be written: %2").arg(target, QString::fromLocal8Bit(std::strerror(errno))));
         QFile::remove(partial);
         return false;

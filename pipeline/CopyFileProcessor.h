@@ -54,7 +54,9 @@ protected:
     // Writes source to target under a temporary name in the target's
     // folder and renames it into place; on an error the user is told, the
     // failure recorded and false answered.
-    bool deliverCopy(const QString& source, const QString& target);
+    // Without replace, a target name taken meanwhile is never replaced:
+    // target becomes the next free name.
+    bool deliverCopy(const QString& source, QString& target, bool replace = true);
     // Records the failure; shows it unless the user was already told.
     void fail(const QString& reason, bool tellUser = true);
     // Only the plain folder processor posts "File Copied".

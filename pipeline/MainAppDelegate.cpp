@@ -49,6 +49,7 @@ MainAppDelegate::MainAppDelegate(QObject* parent)
     , m_chooser(std::make_unique<HeadlessDestinationChooser>())
     , m_sessionActive([] { return is_active_session(); })
 {
+    TempArea::instance().prepare();
 }
 
 MainAppDelegate::~MainAppDelegate() = default;

@@ -3,6 +3,7 @@
 #include "pipeline/jobinfo.h"
 
 #include <QFile>
+#include <QSet>
 #include <QLoggingCategory>
 
 #include <algorithm>
@@ -68,10 +69,12 @@ void SpoolFolder::open(const QString& sharedDirectory)
 
 void SpoolFolder::logOnce(const QString& name, const struct stat& st, const QString& why)
 {
+    // Once per process: the same planted file is seen again at every scan.
+    static QSet<QString> logged;
     const QString key = QStringLiteral("%1:%2:%3").arg(name).arg(st.st_ino).arg(why);
-    if (m_logged.contains(key))
+    if (logged.contains(key))
         return;
-    m_logged.insert(key);
+    logged.insert(key);
     qCWarning(lcSpoolFolder).noquote() << QStringLiteral("%1%2 is left alone: %3").arg(m_path, name, why);
 }
 

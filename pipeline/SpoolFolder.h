@@ -2,7 +2,6 @@
 
 #include "foundation/safefile.h"
 
-#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -63,7 +62,6 @@ private:
     UniqueFd m_spool;
     QString m_path;
     QString m_problem;
-    QSet<QString> m_logged;
 };
 
 } // namespace quirepad

@@ -241,6 +241,11 @@ private slots:
         QTest::newRow("options cannot replace the job's own keys")
             << false << QByteArray("1") << QByteArray("TITLE=Other USER=mallory COPIES=9 NAME=x color=yes") << none << 1
             << (plain + QByteArrayList { "color=yes" });
+        // Keys the application would read differently (trimmed, spaced)
+        // never reach the info file.
+        QTest::newRow("look-alike keys dropped")
+            << false << QByteArray("1") << QByteArray("NAME\xc2\xa0=Evil 'TITLE\t'=Evil x-y.z_1=ok") << none << 1
+            << (plain + QByteArrayList { "x-y.z_1=ok" });
         // Standard input has been copied by CUPS' filters already, a file not.
         QTest::newRow("3 copies from a file") << true << QByteArray("3") << none << none << 3 << three;
         QTest::newRow("3 copies from stdin") << false << QByteArray("3") << none << none << 1 << three;
@@ -457,6 +462,11 @@ private slots:
         QTest::addColumn<int>("status");
 
         QTest::newRow("spool folder missing") << "no spool" << false << kStop;
+        // The shared folders are everyone's: one that others could tamper
+        // with is refused.
+        QTest::newRow("spool is a link") << "link" << false << kStop;
+        QTest::newRow("spool writable by all, not sticky") << "0777" << false << kStop;
+        QTest::newRow("spool of another user") << "chown" << false << kStop;
         QTest::newRow("empty stdin") << "empty" << false << kFailed;
         QTest::newRow("empty file") << "empty" << true << kFailed;
         QTest::newRow("file missing") << "no input" << true << kFailed;
@@ -468,8 +478,18 @@ private slots:
         QFETCH(bool, fromFile);
         QFETCH(int, status);
 
+        const QByteArray spool = QFile::encodeName(m_spool);
         if (setup == "no spool")
             QVERIFY(QDir(m_spool).removeRecursively());
+        if (setup == "link")
+            QVERIFY(QDir(m_spool).removeRecursively() && QDir().mkpath(m_dir->filePath("elsewhere"))
+                && QFile::link(m_dir->filePath("elsewhere"), m_spool));
+        if (setup == "0777")
+            QVERIFY(::chmod(spool.constData(), 0777) == 0);
+        if (setup == "chown" && ::geteuid() != 0)
+            QSKIP("giving a folder to another user needs root");
+        if (setup == "chown")
+            QVERIFY(::chmod(spool.constData(), 01777) == 0 && ::chown(spool.constData(), 65534, 65534) == 0);
         const QList<QByteArray> args { "13", currentUser(), "Lost", "2", "" };
         const Run r = setup == "no input" ? run(QList<QByteArray>(args) << "/nonexistent/input.pdf")
                                           : runJob(args, setup == "empty" ? "" : makeDocument(10000, 10), fromFile);

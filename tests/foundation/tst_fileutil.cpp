@@ -259,6 +259,16 @@ private slots:
             QVERIFY(QFileInfo(folder).isDir() && QDir(folder).isEmpty() && folders.count(folder) == 1);
             QDir(folder).removeRecursively();
         }
+
+        // What a job makes goes with it, links inside removed, not followed.
+        QString inJob;
+        {
+            const TempArea::JobScope job;
+            inJob = mk_temp_dir();
+            QVERIFY(inJob.startsWith(job.dir() + "/"));
+            QVERIFY(writeFile(inJob + "/copy.pdf", "x") && QFile::link(m_dir->path(), inJob + "/link"));
+        }
+        QVERIFY(!QFileInfo::exists(inJob) && QFileInfo(m_dir->path()).isDir());
     }
 
     void uuidsAndDates()

@@ -15,6 +15,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using namespace quirepad;
 using namespace quirepad::test;
 using namespace std::chrono_literals;
@@ -111,6 +113,35 @@ private slots:
         WorkflowLibrary library;
         library.refreshPluginList();
         QCOMPARE(library.allFilterFiles().count(name), 1);
+    }
+
+    // Workflows are found in the workflow folders, or at a full path that
+    // only its owner (the user or root) can change; never relative to the
+    // current folder.
+    void workflowLookupIsConfined_data()
+    {
+        QTest::addColumn<QString>("given"); // %1: the test folder, %2: its name
+        QTest::addColumn<int>("mode");       // of the planted workflow
+        QTest::addColumn<bool>("found");
+        QTest::newRow("name planted in the current folder") << "Planted" << 0755 << false;
+        QTest::newRow("relative path") << "./Planted" << 0755 << false;
+        QTest::newRow("name climbing out") << "../%2/Planted" << 0755 << false;
+        QTest::newRow("full path, writable by all") << "%1/Planted" << 0777 << false;
+        QTest::newRow("full path, the user's own") << "%1/Planted" << 0755 << true;
+    }
+
+    void workflowLookupIsConfined()
+    {
+        QFETCH(QString, given);
+        QFETCH(int, mode);
+        QFETCH(bool, found);
+        const QString planted = m_root.filePath("Planted");
+        QVERIFY(writeFile(planted, "#!/bin/sh\necho ran\n") && ::chmod(QFile::encodeName(planted).constData(), mode) == 0);
+        const QString before = QDir::currentPath();
+        QDir::setCurrent(m_root.path());
+        const QUrl url = plugin_url(given.replace("%1", m_root.path()).replace("%2", QFileInfo(m_root.path()).fileName()));
+        QDir::setCurrent(before);
+        QCOMPARE(url.toLocalFile(), found ? planted : QString());
     }
 
     void pluginListSeparator_data()

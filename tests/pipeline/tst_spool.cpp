@@ -9,6 +9,7 @@
 #include "pipeline/CopyFileProcessor.h"
 #include "pipeline/DriverInstaller.h"
 #include "pipeline/MainAppDelegate.h"
+#include "pipeline/SpoolFolder.h"
 #include "pipeline/jobinfo.h"
 #include "store/DestinationTemplates.h"
 
@@ -18,6 +19,9 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace quirepad;
 using namespace quirepad::test;
@@ -129,6 +133,12 @@ private slots:
         QTest::newRow("UTF-8") << QByteArray("TITLE=Zo\xc3\xab") << QVariantMap{{"TITLE", QStringLiteral("Zoë")}};
         QTest::newRow("CR LF") << QByteArray("HOST=lab\r\nUSER=ann\r\n") << QVariantMap{{"HOST", "lab"}, {"USER", "ann"}};
         QTest::newRow("oversized") << (QByteArray("TITLE=x\n") + QByteArray(1 << 20, 'a')) << QVariantMap{};
+        // Keys exactly as the backend writes them; values without controls.
+        QTest::newRow("NUL in a value") << (QByteArray("TITLE=Contract.pdf") + '\0' + QByteArray(".x\nUSER=ann")) << QVariantMap{{"USER", "ann"}};
+        QTest::newRow("controls in values")
+            << QByteArray("TITLE=a\x1b[2Jb\nHOST=x\x7fy\nNAME=z\xc2\x85\nUSER=ann") << QVariantMap{{"USER", "ann"}};
+        QTest::newRow("look-alike keys") << QByteArray("NAME\xc2\xa0=Evil\nN AME=Evil\nNAME=Work")
+                                         << QVariantMap{{"NAME", "Work"}};
     }
 
     void infoLines()
@@ -139,6 +149,92 @@ private slots:
         QVERIFY(writeFile(path, text));
         QCOMPARE(read_info(path), expected);
         QVERIFY(read_info(m_root.filePath("missing.info")).isEmpty());
+    }
+
+    // Things planted at a job's name by someone else: none is listed,
+    // opened, delivered or removed, and what they point at stays as it was.
+    void hostileEntriesAreLeftAlone_data()
+    {
+        QTest::addColumn<QString>("kind");
+        for (const char* kind : {"link to a file", "link to a folder", "FIFO", "folder", "second hard link",
+                                 "another user's file"})
+            QTest::newRow(kind) << QString::fromLatin1(kind);
+    }
+
+    void hostileEntriesAreLeftAlone()
+    {
+        QFETCH(QString, kind);
+        const QString out = folderDestination("Out");
+        UserDefaults::standard().setValue("destination_name", "Out");
+        const QString target = m_root.filePath(QStringLiteral("precious-%1").arg(m_case));
+        QVERIFY(QDir().mkpath(target + "-dir"));
+        QVERIFY(writeFile(target + "-dir/inside", "keep") && writeFile(target, "keep", QFile::ReadOwner | QFile::WriteOwner));
+        const QString planted = m_spool + user_name() + "-D3F2UG-Planted.pdf";
+        const QByteArray native = QFile::encodeName(planted);
+        if (kind == "link to a file")
+            QVERIFY(QFile::link(target, planted));
+        else if (kind == "link to a folder")
+            QVERIFY(QFile::link(target + "-dir", planted));
+        else if (kind == "FIFO")
+            QVERIFY(::mkfifo(native.constData(), 0600) == 0);
+        else if (kind == "folder")
+            QVERIFY(QDir().mkpath(planted) && writeFile(planted + "/inside", "keep"));
+        else if (kind == "second hard link")
+            QVERIFY(::link(QFile::encodeName(target).constData(), native.constData()) == 0);
+        else if (::geteuid() != 0)
+            QSKIP("giving a file to another user needs root");
+        else
+            QVERIFY(writeFile(planted, "%PDF-1.4 theirs") && ::chown(native.constData(), 65534, 65534) == 0);
+        QVERIFY(writeFile(planted + ".info", "NAME=Out\nTITLE=Planted\n"));
+        job(user_name() + "-D3F2UG-real.pdf", "TITLE=Real\n");
+
+        QCOMPARE(m_delegate->waitingJobs().local, QStringList{m_spool + user_name() + "-D3F2UG-real.pdf"});
+        m_delegate->processAllFiles();
+        m_delegate->clearQueue();
+        QVERIFY(QFile::exists(out + "/Real.pdf"));
+        QVERIFY(!QFile::exists(out + "/Planted.pdf"));
+        QVERIFY(QFileInfo(planted).isSymLink() || QFileInfo::exists(planted));
+        QCOMPARE(readFile(target), QByteArray("keep"));
+        QCOMPARE(readFile(target + "-dir/inside"), QByteArray("keep"));
+        struct stat st {};
+        QVERIFY(::stat(QFile::encodeName(target).constData(), &st) == 0);
+        QCOMPARE(st.st_mode & 07777, mode_t(0600));
+    }
+
+    // A spool that others could tamper with is not used at all.
+    void unsafeSpoolFoldersAreRefused_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("link") << "link" << "a symbolic link";
+        QTest::newRow("writable by all, not sticky") << "0777" << "without the sticky bit";
+        QTest::newRow("another user's") << "chown" << "owned by uid 65534";
+    }
+
+    void unsafeSpoolFoldersAreRefused()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, reason);
+        if (kind == "chown" && ::geteuid() != 0)
+            QSKIP("giving a folder to another user needs root");
+        job(user_name() + "-D3F2UG-a.pdf", "TITLE=a\n");
+        const QString spool = QDir::cleanPath(m_spool);
+        const QByteArray native = QFile::encodeName(spool);
+        if (kind == "link") {
+            QVERIFY(QFile::rename(spool, spool + "-elsewhere") && QFile::link(spool + "-elsewhere", spool));
+        } else {
+            QVERIFY(::chmod(native.constData(), 0777) == 0);
+            if (kind == "chown")
+                QVERIFY(::chmod(native.constData(), 01777) == 0 && ::chown(native.constData(), 65534, 65534) == 0);
+        }
+        const SpoolFolder folder;
+        QVERIFY(!folder.isOpen());
+        QVERIFY2(folder.problem().contains(reason), qPrintable(folder.problem()));
+        QCOMPARE(m_delegate->waitingJobs().local, QStringList());
+        if (kind == "link")
+            QVERIFY(QFile::remove(spool) && QFile::rename(spool + "-elsewhere", spool));
+        else
+            QVERIFY(::chmod(native.constData(), 0755) == 0 && ::chown(native.constData(), ::geteuid(), ::getegid()) == 0);
     }
 
     void remoteFirstThenOwnJobsNeverOthers()
