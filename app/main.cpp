@@ -9,6 +9,7 @@
 
 #include "foundation/DialogService.h"
 #include "foundation/QtDialogService.h"
+#include "foundation/Shutdown.h"
 #include "pipeline/jobinfo.h"
 #include "ui/ApplicationShell.h"
 
@@ -89,7 +90,7 @@ int runInstance(QCoreApplication& app, bool withWindows)
         QObject::connect(shell.get(), &ApplicationShell::quitRequested, &app, [&] {
             delegate.stopProcessing();
             if (delegate.applicationShouldTerminate() == MainAppDelegateBase::TerminateReply::Now)
-                app.quit();
+                Shutdown::request();
         });
     }
     instance.setHandler([&](const InstanceRequest& request) -> InstanceReply {
@@ -105,8 +106,10 @@ int runInstance(QCoreApplication& app, bool withWindows)
 
     UnixSignalWatcher signalWatcher;
     QObject::connect(&signalWatcher, &UnixSignalWatcher::terminationRequested, &app, [&] {
+        // Whatever the batch waits for (a child, the panel, a dialog, a
+        // rescan) stops waiting; the job in hand stays in the spool.
         delegate.stopProcessing();
-        app.quit();
+        Shutdown::request();
     });
     // The launch checks may ask questions: they run inside the event loop,
     // so a termination request during one ends the program.

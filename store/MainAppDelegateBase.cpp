@@ -1,5 +1,7 @@
 #include "store/MainAppDelegateBase.h"
 
+#include "foundation/Shutdown.h"
+
 #include "foundation/dialogs.h"
 #include "foundation/UserDefaults.h"
 #include "foundation/fileutil.h"
@@ -25,7 +27,7 @@ Q_LOGGING_CATEGORY(lcStore, "quirepad.store", QtInfoMsg)
 
 MainAppDelegateBase::MainAppDelegateBase(QObject* parent)
     : QObject(parent)
-    , m_terminate([] { QCoreApplication::quit(); })
+    , m_terminate([] { Shutdown::request(); })
 {
 }
 
