@@ -11,7 +11,10 @@ namespace quirepad {
 
 // Runs one child process to its end while the Qt event loop keeps turning
 // (timers, the tray and network clients stay served), with a time limit
-// past which the child is killed.
+// past which the child is stopped. When the program is asked to end
+// (Shutdown), the child is stopped at once. A child that does not read our
+// standard input runs in a process group of its own, so stopping it stops
+// whatever it started too: SIGTERM, then SIGKILL a second later.
 class ProcessRunner
 {
 public:
@@ -20,13 +23,14 @@ public:
     struct Result {
         bool started = false;
         bool timedOut = false;
+        bool interrupted = false; // stopped because the program is ending
         bool crashed = false;
         int exitCode = -1;
         QByteArray standardOutput;
         QByteArray standardError; // only with ErrorOutput::Captured
         QString errorString;
 
-        bool succeeded() const { return started && !timedOut && !crashed && exitCode == 0; }
+        bool succeeded() const { return started && !timedOut && !interrupted && !crashed && exitCode == 0; }
     };
 
     static constexpr std::chrono::milliseconds defaultTimeout{std::chrono::minutes(10)};

@@ -183,6 +183,22 @@ QString mk_unique_filename(const QString& path)
     }
 }
 
+QString fit_file_name(const QString& name, int maxBytes)
+{
+    if (QFile::encodeName(name).size() <= maxBytes)
+        return name;
+    const qsizetype dot = extensionDot(name);
+    const QString extension = dot < 0 ? QString() : name.mid(dot);
+    QString stem = dot < 0 ? name : name.left(dot);
+    const int room = maxBytes - int(QFile::encodeName(extension).size());
+    if (room <= 0)
+        return QFile::decodeName(QFile::encodeName(name).left(maxBytes)); // an absurd extension
+    // Whole characters (a surrogate pair is one) go from the end of the stem.
+    while (!stem.isEmpty() && QFile::encodeName(stem).size() > room)
+        stem.chop(stem.size() >= 2 && stem.back().isLowSurrogate() ? 2 : 1);
+    return stem + extension;
+}
+
 QString mk_temp()
 {
     static const QDateTime reference(QDate(2001, 1, 1), QTime(0, 0), Qt::UTC);

@@ -43,6 +43,10 @@ QString ensure_dirname_exists(const PathArg& path);
 
 // Files.
 QString mk_unique_filename(const QString& path);
+// The file name (no folder) cut to at most maxBytes bytes of the file
+// system's encoding: the part before the extension loses whole characters
+// from its end; the extension stays.
+QString fit_file_name(const QString& name, int maxBytes);
 QString mk_temp();
 // A new, empty folder named like mk_temp() (made unique when two are asked
 // for within one millisecond); a null string when it cannot be made.

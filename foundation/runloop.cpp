@@ -1,5 +1,7 @@
 #include "foundation/runloop.h"
 
+#include "foundation/Shutdown.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
@@ -13,11 +15,15 @@ void sleep_main_loop(double seconds)
         QCoreApplication::processEvents(QEventLoop::AllEvents);
         return;
     }
+    // A program that is ending waits for nothing (and Qt would not run the
+    // loop anyway).
     const QDeadlineTimer deadline(qint64(seconds * 1000.0), Qt::PreciseTimer);
-    while (!deadline.hasExpired()) {
+    while (!deadline.hasExpired() && !Shutdown::isRequested()) {
         QEventLoop loop;
         QTimer::singleShot(qMax<qint64>(deadline.remainingTime(), 0), Qt::PreciseTimer, &loop, &QEventLoop::quit);
-        loop.exec(QEventLoop::AllEvents);
+        QObject::connect(&Shutdown::instance(), &Shutdown::requested, &loop, &QEventLoop::quit);
+        if (loop.exec(QEventLoop::AllEvents) == -1)
+            break; // the application is quitting: no loop runs any more
     }
 }
 

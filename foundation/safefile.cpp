@@ -163,13 +163,17 @@ std::optional<QByteArray> readAll(int fd, qint64 limit)
     return data;
 }
 
-bool copyToNewFile(int fd, const QString& path, QString* why)
+bool copyToNewFile(int fd, const QString& path, QString* why, int* error)
 {
-    UniqueFd out(::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!out) {
-        setWhy(why, errorText(errno));
+    const auto failed = [&](int code) {
+        setWhy(why, errorText(code));
+        if (error)
+            *error = code;
         return false;
-    }
+    };
+    UniqueFd out(::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!out)
+        return failed(errno);
     off_t offset = 0;
     for (;;) {
         // copy_file_range shares blocks where the file system can, and
@@ -181,40 +185,32 @@ bool copyToNewFile(int fd, const QString& path, QString* why)
             break;
         if (errno == EINTR)
             continue;
-        if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) {
-            setWhy(why, errorText(errno));
-            return false;
-        }
+        if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)
+            return failed(errno);
         // Older kernels and some file systems: plain reads and writes.
         char buffer[1 << 16];
         for (;;) {
             const ssize_t got = ::pread(fd, buffer, sizeof buffer, offset);
             if (got < 0 && errno == EINTR)
                 continue;
-            if (got < 0) {
-                setWhy(why, errorText(errno));
-                return false;
-            }
+            if (got < 0)
+                return failed(errno);
             if (got == 0)
                 break;
             for (ssize_t done = 0; done < got;) {
                 const ssize_t put = ::write(out.get(), buffer + done, size_t(got - done));
                 if (put < 0 && errno == EINTR)
                     continue;
-                if (put < 0) {
-                    setWhy(why, errorText(errno));
-                    return false;
-                }
+                if (put < 0)
+                    return failed(errno);
                 done += put;
             }
             offset += got;
         }
         break;
     }
-    if (::close(out.release()) != 0) {
-        setWhy(why, errorText(errno));
-        return false;
-    }
+    if (::close(out.release()) != 0)
+        return failed(errno);
     return true;
 }
 

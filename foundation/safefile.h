@@ -91,7 +91,8 @@ std::optional<QByteArray> readAll(int fd, qint64 limit);
 
 // Copies an open file into a new file at path (created exclusively, mode
 // 0600, no link followed). Answers whether all of it was written.
-bool copyToNewFile(int fd, const QString& path, QString* why = nullptr);
+// *error gets the errno of a failure.
+bool copyToNewFile(int fd, const QString& path, QString* why = nullptr, int* error = nullptr);
 
 } // namespace safefile
 

@@ -6,11 +6,14 @@
 #include "foundation/fileutil.h"
 #include "foundation/identifiers.h"
 #include "foundation/pathvars.h"
+#include "foundation/safefile.h"
 #include "foundation/session.h"
 #include "foundation/TempArea.h"
 #include "pipeline/jobinfo.h"
+#include "pipeline/documentkind.h"
 #include "pipeline/filters.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QLoggingCategory>
@@ -20,6 +23,7 @@
 #include <fcntl.h>
 #include <cstring>
 #include <stdio.h>
+#include <unistd.h>
 
 namespace quirepad {
 
@@ -31,6 +35,20 @@ QString contextValue(const QVariantMap& context, const char* key, const QString&
 {
     const QVariant value = context.value(QString::fromLatin1(key));
     return value.isValid() && !value.isNull() ? value.toString() : fallback;
+}
+
+// NAME_MAX less room for the " 999" of a unique name.
+constexpr int kMaxDeliveredNameBytes = 240;
+
+// The path with its extension replaced (or added); the same path for an
+// empty extension.
+QString withExtension(const QString& path, const QString& extension)
+{
+    if (extension.isEmpty() || path_extension(path) == extension)
+        return path;
+    const qsizetype dot = path.lastIndexOf(u'.');
+    const qsizetype slash = path.lastIndexOf(u'/');
+    return (dot > slash + 1 ? path.left(dot) : path) + QLatin1Char('.') + extension;
 }
 
 } // namespace
@@ -98,27 +116,47 @@ bool CopyFileProcessor::processFile(const QString& path)
             m_failure = QStringLiteral("the destination has no folder to deliver into");
         return false;
     }
-    QString target = (folder.endsWith(u'/') ? folder : folder + QLatin1Char('/')) + sanitizeName(path_basename(path));
+    // The name never outgrows the file system, with room left for " 2",
+    // " 3" ... beside a taken one.
+    const QString title = contextValue(context, "TITLE", path_basename_noext(path));
+    QString target = (folder.endsWith(u'/') ? folder : folder + QLatin1Char('/'))
+                     + fit_file_name(sanitizeName(path_basename(path)), kMaxDeliveredNameBytes);
+    DocumentKind kind = document_kind(path);
+    if (kind == DocumentKind::Missing || kind == DocumentKind::Empty) {
+        fail(kind == DocumentKind::Empty ? QStringLiteral("“%1” is empty (0 bytes): there is nothing to deliver.").arg(title)
+                                         : QStringLiteral("“%1” cannot be read.").arg(title));
+        return false;
+    }
     QString working = path;
-    if (do_compress) {
+    const bool wantsPdf = do_compress || !tranform.isEmpty();
+    if (kind == DocumentKind::PostScript && wantsPdf) {
+        // Compression and filters work on PDF: PostScript is converted first.
+        working = convert_to_pdf(path);
+        if (working.isEmpty()) {
+            fail(QStringLiteral("“%1” is PostScript and could not be converted to PDF.").arg(title));
+            return false;
+        }
+        kind = DocumentKind::Pdf;
+    } else if (kind == DocumentKind::Other && wantsPdf) {
+        qCWarning(lcDelivery).noquote() << path << "is not a PDF: delivered without compression or filter";
+    }
+    // The extension follows the content: PostScript is delivered as ".ps",
+    // a text as ".txt", whatever the pattern says.
+    target = withExtension(target, document_suffix(working, kind));
+    if (do_compress && kind == DocumentKind::Pdf) {
         // Compression rewrites its file: only a copy of our own in the
         // private temporary area, never the user's document or a spool job.
-        if (!TempArea::instance().contains(path))
-            working = make_temp_fl({path}).value(0);
+        if (!TempArea::instance().contains(working))
+            working = make_temp_fl({working}).value(0);
         if (working.isEmpty()) {
             fail(QStringLiteral("%1 could not be copied for compression").arg(path));
             return false;
         }
         compress_pdf(working, true);
     }
-    if (!tranform.isEmpty()) {
+    if (!tranform.isEmpty() && kind == DocumentKind::Pdf) {
         working = execute_filter(working, tranform, context);
-        const QString newExtension = path_extension(working);
-        if (!newExtension.isEmpty() && newExtension != path_extension(target)) {
-            const qsizetype dot = target.lastIndexOf(u'.');
-            const qsizetype slash = target.lastIndexOf(u'/');
-            target = (dot > slash ? target.left(dot) : target) + QLatin1Char('.') + newExtension;
-        }
+        target = withExtension(target, path_extension(working));
     }
     copyTempFile(working, target);
     return !failed();
@@ -150,34 +188,54 @@ bool CopyFileProcessor::copyTempFile(const QString& source, const QString& targe
     return true;
 }
 
+QString CopyFileProcessor::partialFilePrefix()
+{
+    return QStringLiteral(".quirepad-");
+}
+
+QString CopyFileProcessor::writeFailure(const QString& target, int error)
+{
+    QString why;
+    switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+        why = QStringLiteral("the disk is full");
+        break;
+    case EACCES:
+    case EPERM:
+        why = QStringLiteral("you may not write into that folder");
+        break;
+    case EROFS:
+        why = QStringLiteral("the disk is read-only");
+        break;
+    default:
+        why = QString::fromLocal8Bit(std::strerror(error));
+    }
+    return QStringLiteral("%1 could not be written: %2.").arg(target, why);
+}
+
 bool CopyFileProcessor::deliverCopy(const QString& source, QString& target, bool replace)
 {
-    QFile in(source);
-    if (!in.open(QIODevice::ReadOnly)) {
-        fail(QStringLiteral("%1 cannot be read: %2").arg(source, in.errorString()));
+    const UniqueFd in(::open(QFile::encodeName(source).constData(), O_RDONLY | O_CLOEXEC));
+    if (!in) {
+        fail(QStringLiteral("%1 cannot be read: %2.").arg(source, QString::fromLocal8Bit(std::strerror(errno))));
         return false;
     }
-    // Written under a hidden name in the target's folder, renamed into place
-    // when complete: nobody ever sees half a file under the real name. The
-    // batch makes the folder durable once, before the job leaves the spool.
-    const QString partial = path_dirname(target) + QStringLiteral("/.") + path_basename(target)
-                            + QStringLiteral(".quirepad-") + generateUUID().left(8);
-    QFile out(partial);
-    if (!out.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
-        fail(QStringLiteral("%1 cannot be written: %2").arg(target, out.errorString()));
+    // Written under a short hidden name of ours in the target's folder
+    // (whatever the target's length), renamed into place when complete:
+    // nobody ever sees half a file under the real name. The process id in
+    // it tells the next start which partial files a killed run left.
+    const QString partial = path_dirname(target) + QLatin1Char('/') + partialFilePrefix()
+                            + QStringLiteral("%1-%2.part").arg(QCoreApplication::applicationPid()).arg(generateUUID().left(8));
+    int error = 0;
+    if (!safefile::copyToNewFile(in.get(), partial, nullptr, &error)) {
+        ::unlink(QFile::encodeName(partial).constData());
+        fail(writeFailure(target, error));
         return false;
     }
-    bool ok = true;
-    while (ok && !in.atEnd()) {
-        const QByteArray buffer = in.read(1 << 20);
-        ok = !(buffer.isEmpty() && in.error() != QFile::NoError) && out.write(buffer) == buffer.size();
-    }
-    ok = ok && in.error() == QFile::NoError && out.flush();
-    const QString reason = out.error() != QFileDevice::NoError ? out.errorString() : in.errorString();
-    out.close();
     // Without overwriting, a name taken meanwhile is never replaced: the
     // next free one is used instead.
-    for (int attempt = 0; ok; ++attempt) {
+    for (int attempt = 0;; ++attempt) {
         const QByteArray from = QFile::encodeName(partial);
         const QByteArray to = QFile::encodeName(target);
         const int renamed = replace ? ::rename(from.constData(), to.constData())
@@ -188,13 +246,9 @@ bool CopyFileProcessor::deliverCopy(const QString& source, QString& target, bool
             target = mk_unique_filename(target);
             continue;
         }
-        fail(QStringLiteral("%1 could not be written: %2").arg(target, QString::fromLocal8Bit(std::strerror(errno))));
-        QFile::remove(partial);
-        return false;
-    }
-    if (!ok) {
-        QFile::remove(partial);
-        fail(QStringLiteral("%1 could not be written: %2").arg(target, reason));
+        error = errno;
+        ::unlink(from.constData());
+        fail(writeFailure(target, error));
         return false;
     }
     qCInfo(lcDelivery).noquote() << "delivered" << target;

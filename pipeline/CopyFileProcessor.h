@@ -48,6 +48,12 @@ public:
     static bool isInTemporaryPlace(const QString& path);
 
     bool failed() const { return !m_failure.isEmpty(); }
+    // The hidden files deliveries are written as before they are complete:
+    // ".quirepad-<pid>-<random>.part" in the target's folder.
+    static QString partialFilePrefix();
+    // A failed write, as a sentence: "<target> could not be written: the
+    // disk is full."
+    static QString writeFailure(const QString& target, int error);
     QString failureReason() const { return m_failure; }
 
 protected:

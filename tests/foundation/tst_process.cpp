@@ -1,11 +1,14 @@
 #include "LogCapture.h"
 #include "TestRegistry.h"
 
+#include "TestFiles.h"
 #include "foundation/ProcessRunner.h"
+#include "foundation/Shutdown.h"
 #include "foundation/pathvars.h"
 #include "foundation/process.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
@@ -81,8 +84,36 @@ private slots:
         QVERIFY(result.timedOut);
         QVERIFY(!result.succeeded());
         QCOMPARE(result.standardOutput, QByteArray("started\n"));
-        QCOMPARE(log.count("was killed"), 1);
+        QCOMPARE(log.count("was stopped"), 1);
         QVERIFY(eval_shell("sleep 30; echo late", 200ms).isNull());
+    }
+
+    // Quitting stops the child and what it started within the grace time,
+    // and starts nothing new.
+    void shutdownStopsTheChildAndItsChildren()
+    {
+        QTemporaryDir dir;
+        const QString pidFile = dir.filePath("grandchild");
+        QTimer::singleShot(300, [] { Shutdown::request(); });
+        QElapsedTimer clock;
+        clock.start();
+        const ProcessRunner::Result result =
+            ProcessRunner("/bin/sh", {"-c", "sleep 60 & echo $! > '" + pidFile + "'; wait"}).setForwardInput(false).run();
+        const qint64 took = clock.elapsed();
+        const ProcessRunner::Result after = ProcessRunner("/bin/true").run();
+        // Back to normal for the tests that follow: a main loop run resets
+        // Qt's quit state.
+        Shutdown::reset();
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        QCoreApplication::exec();
+
+        QVERIFY(result.interrupted && !result.succeeded());
+        QVERIFY2(took < 1800, qPrintable(QString::number(took)));
+        QVERIFY(after.interrupted && !after.started);
+        QFile file(pidFile);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QByteArray stat = test::readFile("/proc/" + file.readAll().trimmed() + "/stat");
+        QVERIFY2(stat.isEmpty() || stat.contains(") Z "), stat.constData()); // gone, or a zombie nobody reaps
     }
 
     void commandsGetArgumentsAsTheyAre()
