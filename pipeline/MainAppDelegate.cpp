@@ -13,6 +13,9 @@
 #include "foundation/session.h"
 #include "pipeline/DriverInstaller.h"
 #include "pipeline/ProcessorFactory.h"
+#include "pipeline/DeliveredJobs.h"
+#include "store/DestinationItem.h"
+#include "store/ManagedObjectContext.h"
 #include "pipeline/SpoolFolder.h"
 #include "pipeline/TriggerWatcher.h"
 #include "pipeline/jobinfo.h"
@@ -20,6 +23,8 @@
 #include "foundation/runloop.h"
 
 #include <QCursor>
+#include <QDir>
+#include <QSet>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QImage>
@@ -29,6 +34,9 @@
 #include <QStandardPaths>
 #include <QTimer>
 
+#include <cerrno>
+
+#include <signal.h>
 #include <unistd.h>
 
 namespace quirepad {
@@ -68,6 +76,7 @@ void MainAppDelegate::applicationDidFinishLaunching()
 {
     installCUPSSupport(false);
     m_workflows.installWorkflows();
+    removeStalePartialFiles();
 
     // More than one installed copy of the program confuses the desktop.
     QStringList installs;
@@ -105,6 +114,47 @@ void MainAppDelegate::startWatchingSpool()
 {
     m_watcher = std::make_unique<TriggerWatcher>(SpoolLocations::sharedDirectory(), SpoolLocations::endTrigger());
     connect(m_watcher.get(), &TriggerWatcher::triggered, this, [this](const QString& trigger) { openFiles({trigger}); });
+    // A slow safety net under the trigger: a missed notification (or a job
+    // kept for a reason that went away) is taken within a minute.
+    m_safetyRescan.setInterval(int(kSafetyRescanSeconds * 1000 * m_timeScale));
+    m_safetyRescan.callOnTimeout(this, [this] {
+        m_watcher->rewatch();
+        if (!m_running)
+            processAllFiles();
+    });
+    m_safetyRescan.start();
+}
+
+void MainAppDelegate::forgetKeptJobsNotIn(const SpoolJobs& jobs)
+{
+    for (auto it = m_keptJobs.begin(); it != m_keptJobs.end();)
+        it = jobs.local.contains(it.key()) || jobs.remote.contains(it.key()) ? std::next(it) : m_keptJobs.erase(it);
+}
+
+void MainAppDelegate::removeStalePartialFiles()
+{
+    // Deliveries of a killed run left hidden partial files in the
+    // destinations' folders: ".quirepad-<pid>-<random>.part" of a process
+    // that is gone.
+    ManagedObjectContext* context = managedObjectContext();
+    if (!context)
+        return;
+    QSet<QString> folders;
+    for (DestinationItem* item : __get_all_entities(QStringLiteral("Destination"), *context))
+        if (std::unique_ptr<CopyFileProcessor> processor = copyProcessorForName(*context, item->recid()))
+            folders.insert(processor->outputDir());
+    const QString prefix = CopyFileProcessor::partialFilePrefix();
+    for (const QString& folder : std::as_const(folders)) {
+        const QDir dir(folder);
+        for (const QFileInfo& file : dir.entryInfoList({prefix + QStringLiteral("*.part")}, QDir::Files | QDir::Hidden | QDir::NoSymLinks)) {
+            const qint64 pid = file.fileName().mid(prefix.size()).section(u'-', 0, 0).toLongLong();
+            const bool alive = pid > 0 && (::kill(pid_t(pid), 0) == 0 || errno == EPERM);
+            if (alive || file.ownerId() != ::geteuid())
+                continue;
+            qCInfo(lcSpool).noquote() << "removing a partial delivery of a killed run:" << file.filePath();
+            QFile::remove(file.filePath());
+        }
+    }
 }
 
 void MainAppDelegate::openFiles(const QStringList& paths)
@@ -139,11 +189,13 @@ void MainAppDelegate::processAllFiles()
 {
     SpoolJobs jobs;
     if (m_running) {
-        // A batch is under way (this scan came from a wait inside it): its
-        // files are listed again by the rescans that follow.
-        qCInfo(lcSpool) << "a batch is running; this scan is left to the next one";
+        // A batch is under way (this scan came from a wait inside it): the
+        // spool is looked at again as soon as the batch ends.
+        qCInfo(lcSpool) << "a batch is running; the spool is scanned again when it ends";
+        m_scanMissed = true;
     } else {
         jobs = waitingJobs();
+        forgetKeptJobsNotIn(jobs);
     }
     emit spoolScanned(int(jobs.remote.size()), int(jobs.local.size()));
     UserDefaults& defaults = UserDefaults::standard();
@@ -229,10 +281,10 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     SpoolFolder& spool = spoolFolder();
     QString batchDestination = destination;
     bool nobodyToAsk = false;
-    QList<DeliveredJob> delivered;
+    DeliveredJobs delivered;
     for (const QString& path : paths) {
         if (!is_running()) {
-            finishBatch(delivered);
+            removeDelivered(delivered);
             return false; // stopped: the rest stay in the spool
         }
         // Temporary files of this job go when it is done.
@@ -287,46 +339,71 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
         }
 
         bool remove = false;
+        QString keptBecause;
         if (processor) {
             processor->setContext(jobInfo);
             remove = processor->processFile(working);
             if (!remove)
-                qCWarning(lcSpool).noquote() << path << "stays in the queue:" << processor->failureReason();
+                keptBecause = processor->failureReason();
         } else if (cancelled) {
             remove = true; // the user declined: the job is discarded
         } else if (nobodyToAsk) {
-            qCWarning(lcSpool).noquote() << path
-                                         << "needs a destination and nobody can be asked now (no display, or the question was withdrawn); it stays in the queue";
+            keptBecause = QStringLiteral("it names no destination, and nobody can be asked for one now");
         } else {
-            qCWarning(lcSpool).noquote() << path << "stays in the queue: no destination named"
-                                         << (name.isEmpty() ? batchDestination : name);
+            keptBecause = QStringLiteral("there is no destination named “%1”").arg(name.isEmpty() ? batchDestination : name);
         }
+        const QString title = fileInfo.value(QStringLiteral("title")).toString();
+        if (!remove)
+            keep(path, title, keptBecause.isEmpty() ? QStringLiteral("it could not be delivered") : keptBecause);
+        else
+            m_keptJobs.remove(path);
         const bool removed = remove && job.has_value();
         if (removed)
-            delivered.append({job->name, job->identity});
+            delivered.add({job->name, job->identity,
+                           processor && !processor->resultFile.isEmpty() ? path_dirname(processor->resultFile) : QString()});
         emit jobFinished(path, removed);
         setCurrentFileInfo({});
+        if (delivered.isDue())
+            removeDelivered(delivered);
     }
-    finishBatch(delivered);
+    removeDelivered(delivered);
     m_running = false;
     emit runningChanged(false);
     if (!m_followingBatches.isEmpty()) {
         const Batch next = m_followingBatches.takeFirst();
         schedule(0, [this, next] { processPDFFiles(next.paths, next.destination); });
+    } else if (m_scanMissed) {
+        // A print arrived while the batch ran: look at the spool again now.
+        m_scanMissed = false;
+        schedule(0, [this] { processAllFiles(); });
     }
     return true;
 }
 
-void MainAppDelegate::finishBatch(const QList<DeliveredJob>& deliveredJobs)
+void MainAppDelegate::removeDelivered(DeliveredJobs& delivered)
 {
-    if (deliveredJobs.isEmpty())
+    if (delivered.isEmpty())
         return;
-    // One flush of what the batch wrote, then the jobs may go: a crash can
-    // at worst deliver a job twice, never lose one.
-    ::sync();
     SpoolFolder& spool = spoolFolder();
-    for (const DeliveredJob& job : deliveredJobs)
+    for (const DeliveredJobs::Job& job : delivered.takeFlushed())
         spool.removeJob(job.name, job.identity);
+}
+
+void MainAppDelegate::keep(const QString& path, const QString& title, const QString& reason)
+{
+    qCWarning(lcSpool).noquote() << path << "stays in the queue:" << reason;
+    const bool toldAlready = m_keptJobs.value(path).reason == reason;
+    m_keptJobs.insert(path, KeptJob{title, reason});
+    emit jobKept(path, title, reason);
+    // Told once per job and reason, not at every rescan.
+    if (!toldAlready)
+        MYDisplayNotification(QStringLiteral("Quirepad"),
+                              QStringLiteral("“%1” waits in the print queue: %2").arg(title, reason));
+}
+
+QList<MainAppDelegate::KeptJob> MainAppDelegate::keptJobs() const
+{
+    return m_keptJobs.values();
 }
 
 void MainAppDelegate::retryAgrain()

@@ -5,7 +5,9 @@
 #include "foundation/safefile.h"
 #include "store/MainAppDelegateBase.h"
 
+#include <QMap>
 #include <QPoint>
+#include <QTimer>
 #include <QStringList>
 #include <QVariantMap>
 
@@ -14,6 +16,7 @@
 
 namespace quirepad {
 
+class DeliveredJobs;
 class SpoolFolder;
 class TriggerWatcher;
 
@@ -71,21 +74,29 @@ public:
     qint64 rerunTimer() const { return m_rerunTimer; }
     QVariantMap currentFileInfo() const { return m_currentFileInfo; }
     WorkflowLibrary& workflowLibrary() { return m_workflows; }
+    // The jobs that stay in the spool for a reason, as last seen.
+    struct KeptJob {
+        QString title;
+        QString reason;
+    };
+    QList<KeptJob> keptJobs() const;
+    static constexpr double kSafetyRescanSeconds = 60.0;
 
 signals:
     void currentFileInfoChanged(const QVariantMap& info);
     void runningChanged(bool running);
     void spoolScanned(int remoteJobs, int localJobs);
     void jobFinished(const QString& path, bool removedFromSpool);
+    // A job stays in the spool, and why (a sentence for the user).
+    void jobKept(const QString& path, const QString& title, const QString& reason);
 
 private:
     bool isSpoolJob(const QString& path) const;
-    struct DeliveredJob {
-        QString name;
-        FileIdentity identity;
-    };
-    // Makes the batch's deliveries durable, then removes their spool jobs.
-    void finishBatch(const QList<DeliveredJob>& deliveredJobs);
+    // Makes the deliveries durable, then removes their spool jobs.
+    void removeDelivered(DeliveredJobs& delivered);
+    void keep(const QString& path, const QString& title, const QString& reason);
+    void forgetKeptJobsNotIn(const SpoolJobs& jobs);
+    void removeStalePartialFiles();
     SpoolFolder& spoolFolder() const;
     void setCurrentFileInfo(const QVariantMap& info);
     void schedule(double seconds, std::function<void()> call);
@@ -105,6 +116,9 @@ private:
     QVariantMap m_currentFileInfo;
     qint64 m_rerunTimer = 0;
     double m_timeScale = 1.0;
+    QMap<QString, KeptJob> m_keptJobs; // by spool path
+    QTimer m_safetyRescan;
+    bool m_scanMissed = false;
     bool m_running = false;
     bool m_inAgentMode = false;
 };

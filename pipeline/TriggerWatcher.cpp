@@ -15,26 +15,31 @@ TriggerWatcher::TriggerWatcher(const QString& sharedDirectory, const QString& tr
             emit triggered(m_trigger);
         rewatch(); // a replaced file drops out of the watch
     });
-    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, [this] {
-        const bool wasWatched = m_watcher.files().contains(m_trigger);
-        rewatch();
-        if (!wasWatched && m_watcher.files().contains(m_trigger))
-            emit triggered(m_trigger); // the trigger file has just been made
-    });
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, [this] { rewatch(); });
     rewatch();
 }
 
 void TriggerWatcher::rewatch()
 {
-    if (QFileInfo(m_directory).isDir() && !m_watcher.directories().contains(m_directory))
-        m_watcher.addPath(m_directory);
+    const bool wasWatched = m_watcher.files().contains(m_trigger);
+    const QString parent = QFileInfo(m_directory).absolutePath();
+    if (QFileInfo(m_directory).isDir()) {
+        if (!m_watcher.directories().contains(m_directory))
+            m_watcher.addPath(m_directory);
+        if (m_watcher.directories().contains(parent))
+            m_watcher.removePath(parent);
+    } else if (QFileInfo(parent).isDir() && !m_watcher.directories().contains(parent)) {
+        m_watcher.addPath(parent); // to see the folder appear
+    }
     if (QFileInfo::exists(m_trigger) && !m_watcher.files().contains(m_trigger))
         m_watcher.addPath(m_trigger);
+    if (!wasWatched && m_watcher.files().contains(m_trigger))
+        emit triggered(m_trigger); // the trigger file has just been made (or its folder)
 }
 
 bool TriggerWatcher::isWatching() const
 {
-    return !m_watcher.directories().isEmpty();
+    return m_watcher.directories().contains(m_directory);
 }
 
 } // namespace quirepad

@@ -63,6 +63,7 @@ StatusMenu::StatusMenu(MainAppDelegate& delegate, QObject* parent)
             --m_waiting;
         showStatus();
     });
+    connect(&m_delegate, &MainAppDelegate::jobKept, this, [this] { showStatus(); });
     connect(&m_delegate, &MainAppDelegate::currentFileInfoChanged, this, [this](const QVariantMap& info) {
         m_currentTitle = info.value(QStringLiteral("title")).toString();
         showStatus();
@@ -129,9 +130,16 @@ void StatusMenu::showStatus()
     if (m_waiting > 0)
         text += tr(" — %n job(s) waiting", nullptr, m_waiting);
     m_statusText = text;
+    // The jobs that wait for a reason, and the reason, a line each.
+    const QList<MainAppDelegate::KeptJob> kept = m_delegate.keptJobs();
+    for (qsizetype i = 0; i < kept.size() && i < kMaxKeptLines; ++i)
+        m_statusText += QStringLiteral("\n“%1” waits: %2").arg(kept.at(i).title, kept.at(i).reason);
+    if (kept.size() > kMaxKeptLines)
+        m_statusText += tr("\n… and %n more", nullptr, int(kept.size() - kMaxKeptLines));
     m_statusAction->setText(text);
+    m_statusAction->setToolTip(m_statusText);
     m_stopAction->setEnabled(busy);
-    m_tray->setToolTip(QStringLiteral("Quirepad\n") + text);
+    m_tray->setToolTip(QStringLiteral("Quirepad\n") + m_statusText);
     m_tray->setIcon(statusIcon(busy, m_waiting));
 }
 

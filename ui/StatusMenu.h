@@ -36,7 +36,9 @@ public:
     // Reads the spool again and updates icon, tooltip and status line.
     void refreshStatus();
 
+    // The status line, then a line for each job that waits for a reason.
     QString statusText() const { return m_statusText; }
+    static constexpr qsizetype kMaxKeptLines = 5;
     int waitingJobCount() const { return m_waiting; }
 
     // The tray picture: a page, busy (a batch runs) or not, with a badge

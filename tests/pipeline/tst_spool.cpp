@@ -369,8 +369,21 @@ private slots:
         UserDefaults::standard().setValue("destination_name", "Blocked");
         job(user_name() + "-D3F2UG-keep.pdf", "TITLE=Keep me\n");
         m_delegate->processAllFiles();
+        m_delegate->processAllFiles();
         QCOMPARE(spoolFiles(), (QStringList{user_name() + "-D3F2UG-keep.pdf", user_name() + "-D3F2UG-keep.pdf.info"}));
-        QCOMPARE(m_dialogs->interactions().last().kind, ScriptedDialogService::Kind::Error);
+        // The error, then a notification naming the document and the
+        // reason: once, not at every rescan; the reason stays listed.
+        QStringList told;
+        for (const auto& interaction : m_dialogs->interactions())
+            if (interaction.kind == ScriptedDialogService::Kind::Error
+                || interaction.informative.startsWith("“Keep me” waits in the print queue: "))
+                told << ScriptedDialogService::kindName(interaction.kind);
+        QCOMPARE(told, (QStringList{"error", "notification", "error"}));
+        QCOMPARE(m_delegate->keptJobs().size(), 1);
+        QVERIFY(m_delegate->keptJobs().first().reason.startsWith("unable to create dir "));
+        QFile::remove(out);
+        m_delegate->processAllFiles();
+        QVERIFY(m_delegate->keptJobs().isEmpty());
     }
 
     void unansweredQuestionsKeepCancelledDiscard_data()
