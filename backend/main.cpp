@@ -41,6 +41,8 @@ constexpr const char* kSpoolFolder = "quirepad_spool";
 constexpr const char* kEndTrigger = ".quirepad_trigger_file_end";
 constexpr const char* kDestinationOption = "quirepad-destination";
 constexpr const char* kHostOption = "job-originating-host-name";
+// Hidden temporaries older than this were left by a killed job.
+constexpr long kStaleTemporarySeconds = 60 * 60;
 // CUPS' own default MaxCopies.
 constexpr long kMaxCopies = 9999;
 
@@ -306,6 +308,7 @@ int run_job(int argc, char** argv)
 
     try {
         Spool spool(spoolFd, spoolDir);
+        spool.removeStaleTemporaries(kStaleTemporarySeconds);
         try {
             for (long i = 0; i < jobs; ++i) {
                 const std::string name = spool.addJob(document, info, base, *access);

@@ -9,7 +9,9 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -271,6 +273,51 @@ std::string Spool::addJob(
     finish(docFile, access);
 
     return place(docFile, infoFile, base);
+}
+
+namespace {
+
+bool is_temporary_name(const char* name)
+{
+    const std::string_view text(name);
+    constexpr std::string_view prefix = ".quirepad-", suffix = ".part";
+    if (text.size() != prefix.size() + 12 + suffix.size() || text.substr(0, prefix.size()) != prefix
+        || text.substr(text.size() - suffix.size()) != suffix)
+        return false;
+    for (const char c : text.substr(prefix.size(), 12))
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f')))
+            return false;
+    return true;
+}
+
+} // namespace
+
+int Spool::removeStaleTemporaries(long maxAgeSeconds)
+{
+    const int fd = ::dup(m_dirfd);
+    if (fd < 0)
+        return 0;
+    DIR* dir = ::fdopendir(fd);
+    if (!dir) {
+        ::close(fd);
+        return 0;
+    }
+    const time_t now = ::time(nullptr);
+    int removed = 0;
+    while (const dirent* entry = ::readdir(dir)) {
+        if (!is_temporary_name(entry->d_name))
+            continue;
+        struct stat st;
+        if (::fstatat(m_dirfd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)
+            || st.st_nlink != 1 || now - st.st_mtime < maxAgeSeconds)
+            continue;
+        if (::unlinkat(m_dirfd, entry->d_name, 0) == 0) {
+            std::fprintf(stderr, "INFO: Removed %s, left by an interrupted job\n", entry->d_name);
+            ++removed;
+        }
+    }
+    ::closedir(dir);
+    return removed;
 }
 
 void Spool::rollback()

@@ -66,6 +66,12 @@ public:
     // CUPS retrying the job does not leave duplicates behind).
     void rollback();
 
+    // Removes what killed backends left: our hidden temporary files
+    // (".quirepad-<12 hex digits>.part") older than maxAgeSeconds. Only
+    // regular files with one link; links and anything else stay untouched.
+    // Answers how many went.
+    int removeStaleTemporaries(long maxAgeSeconds);
+
     const std::string& path() const { return m_path; }
 
 private:

@@ -455,6 +455,30 @@ private slots:
         }
     }
 
+    // Temporaries a killed job left: ours and an hour old go; new ones (a
+    // job being written), look-alikes and links stay.
+    void staleTemporaries()
+    {
+        const QString spool = m_spool + '/';
+        const QStringList names { ".quirepad-0123456789ab.part", ".quirepad-aaaaaaaaaaaa.part",
+            ".quirepad-notours.part", ".quirepad-bbbbbbbbbbbb.part" };
+        for (const QString& name : names.mid(0, 3))
+            QVERIFY(writeFile(spool + name, "partial"));
+        QVERIFY(QFile::link(m_dir->filePath("target"), spool + names.at(3)));
+        QVERIFY(writeFile(m_dir->filePath("target"), "keep"));
+        const QByteArray old = "touch -h -d '2 hours ago' ";
+        for (const QString& name : { names.at(0), names.at(2), names.at(3) })
+            QCOMPARE(runTool("sh", { "-c", old + "'" + spool + name + "'" }), 0);
+
+        const Run r = run({ "3", currentUser(), "After a crash", "1", "" }, makeDocument(500, 4));
+        QVERIFY2(r.status == kOk, r.err.constData());
+        QVERIFY(!QFileInfo::exists(spool + names.at(0)));
+        QVERIFY(QFileInfo::exists(spool + names.at(1))); // not an hour old
+        QVERIFY(QFileInfo::exists(spool + names.at(2))); // not our name
+        QVERIFY(QFileInfo(spool + names.at(3)).isSymLink());
+        QCOMPARE(readAll(m_dir->filePath("target")), QByteArray("keep"));
+    }
+
     void failures_data()
     {
         QTest::addColumn<QString>("setup");
