@@ -108,6 +108,69 @@ private slots:
         QCOMPARE(readFile(out + "/Same 1.pdf"), QByteArray("second"));
     }
 
+    // What is delivered keeps what it is: the extension follows the
+    // content, PostScript becomes PDF only when compression asks for it,
+    // and an empty file is refused (the job stays).
+    void deliveredAsWhatItIs_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<bool>("compress");
+        QTest::addColumn<QString>("delivered"); // empty: refused
+        QTest::addColumn<QByteArray>("startsWith");
+        const QByteArray ps = "%!PS-Adobe-3.0\n/Helvetica findfont 20 scalefont setfont 72 700 moveto (PS) show showpage\n";
+        QTest::newRow("PDF") << QByteArray("%PDF-1.4 job") << false << "Doc.pdf" << QByteArray("%PDF-1.4 job");
+        QTest::newRow("PostScript as it is") << ps << false << "Doc.ps" << ps;
+        QTest::newRow("PostScript made PDF to compress") << ps << true << "Doc.pdf" << QByteArray("%PDF-");
+        QTest::newRow("empty") << QByteArray() << false << QString() << QByteArray();
+    }
+
+    void deliveredAsWhatItIs()
+    {
+        QFETCH(QByteArray, contents);
+        QFETCH(bool, compress);
+        QFETCH(QString, delivered);
+        QFETCH(QByteArray, startsWith);
+        const QString out = folder();
+        CopyFileProcessor processor;
+        prepare(processor, "Doc", out);
+        processor.do_compress = compress;
+        QCOMPARE(processor.processFile(source(contents)), !delivered.isEmpty());
+        QCOMPARE(QDir(out).entryList(QDir::Files | QDir::Hidden), delivered.isEmpty() ? QStringList() : QStringList{delivered});
+        if (delivered.isEmpty())
+            QCOMPARE(processor.failureReason(), QStringLiteral("“Doc” is empty (0 bytes): there is nothing to deliver."));
+        else
+            QVERIFY(readFile(out + "/" + delivered).startsWith(startsWith));
+    }
+
+    // Titles up to any length are delivered under a name the file system
+    // takes, cut at a character, the extension kept; twice without
+    // overwriting, the second still fits beside the first.
+    void longTitlesFit_data()
+    {
+        QTest::addColumn<QString>("title");
+        QTest::newRow("250 ASCII") << QString(250, u'a');
+        QTest::newRow("300 bytes of 2-byte letters") << QString(150, QChar(0xe9));
+        QTest::newRow("emoji across the cut") << QString(60, u'b') + QString::fromUtf8("😀").repeated(60);
+    }
+
+    void longTitlesFit()
+    {
+        QFETCH(QString, title);
+        const QString out = folder();
+        for (int round = 0; round < 2; ++round) {
+            CopyFileProcessor processor;
+            prepare(processor, title, out);
+            QVERIFY2(processor.processFile(source()), qPrintable(processor.failureReason()));
+        }
+        const QStringList names = QDir(out).entryList(QDir::Files | QDir::Hidden);
+        QCOMPARE(names.size(), 2);
+        for (const QString& name : names) {
+            QVERIFY(QFile::encodeName(name).size() <= 255);
+            QVERIFY(name.endsWith(".pdf") && !name.contains(QChar(0xfffd)));
+            QVERIFY(title.startsWith(name.left(40)));
+        }
+    }
+
     void plainFolderProcessorNotifiesFileCopied()
     {
         CopyFileProcessor processor;
