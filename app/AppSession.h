@@ -1,5 +1,6 @@
 #pragma once
 
+#include "pipeline/DriverInstaller.h"
 #include "pipeline/MainAppDelegate.h"
 
 #include <functional>
@@ -29,8 +30,14 @@ public:
     // Shows the window; false when this process has none.
     bool showPreferences();
 
+    // The print driver this process installs: the shipped one unless told
+    // otherwise (tests put a stand-in installer in its place).
+    void setDriverPaths(DriverInstaller::Paths paths) { m_driverPaths = std::move(paths); }
+    DriverInstaller driverInstaller() const { return DriverInstaller(m_driverPaths); }
+
 private:
     std::unique_ptr<MainAppDelegate> m_delegate;
+    DriverInstaller::Paths m_driverPaths;
     bool m_started = false;
     bool m_isInstance = false;
     std::function<void()> m_showPreferences;

@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include "InstanceMessage.h"
+
 #include "app/version.h"
 #include "foundation/GlobalEnv.h"
 #include "foundation/cocoa_format.h"
@@ -34,6 +36,17 @@ int expandArguments(const CommandInvocation& call)
     for (const QString& text : call.arguments)
         call.out << f(text) << '\n';
     return 0;
+}
+
+bool asksForHelp(const QStringList& arguments)
+{
+    for (const QString& argument : arguments) {
+        if (argument == QLatin1String("--"))
+            return false;
+        if (argument == QLatin1String("--help") || argument == QLatin1String("-h"))
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -91,7 +104,22 @@ QString CommandLine::helpText() const
         for (qsizetype i = 1; i < lines.size(); ++i)
             s << "  " << QString(width + 2, u' ') << lines.at(i) << '\n';
     }
+    s << "\n"
+      << "quirepad COMMAND --help (or quirepad help COMMAND) shows one command's usage.\n\n"
+      << "Exit status:\n"
+      << "  0   done\n"
+      << "  1   the command failed; standard error says why\n"
+      << "  2   the command was used the wrong way\n"
+      << "  " << InstanceReply::unavailableStatus
+      << "  the running Quirepad did not take or did not answer the request; it was\n"
+      << "      not carried out by this process either (try again)\n";
     return text;
+}
+
+QString CommandLine::usageText(const Command& command)
+{
+    return QStringLiteral("Usage: quirepad %1\n\n%2\n")
+        .arg((command.name + QLatin1Char(' ') + command.synopsis).trimmed(), command.description);
 }
 
 const CommandLine::Command* CommandLine::find(const QString& name) const
@@ -111,7 +139,8 @@ int CommandLine::execute(const QStringList& arguments, QTextStream& out, QTextSt
     }
     const QString& first = arguments.first();
     if (first == QLatin1String("--help") || first == QLatin1String("-h") || first == QLatin1String("help")) {
-        out << helpText();
+        const Command* topic = first == QLatin1String("help") ? find(arguments.value(1)) : nullptr;
+        out << (topic ? usageText(*topic) : helpText());
         return 0;
     }
     if (first == QLatin1String("--version") || first == QLatin1String("-v")) {
@@ -122,6 +151,10 @@ int CommandLine::execute(const QStringList& arguments, QTextStream& out, QTextSt
     if (!command) {
         err << "quirepad: unknown command '" << first << "' (see quirepad --help)\n";
         return 2;
+    }
+    if (asksForHelp(arguments.mid(1))) {
+        out << usageText(*command);
+        return 0;
     }
     return command->run(CommandInvocation{arguments.mid(1), out, err, workingDirectory});
 }

@@ -44,9 +44,13 @@ public:
     bool hasCommand(const QString& name) const { return find(name) != nullptr; }
 
     QString helpText() const;
+    // One command's usage: its synopsis and description.
+    static QString usageText(const Command& command);
     QString versionText() const;
 
-    // Runs what the arguments (without the program name) ask for.
+    // Runs what the arguments (without the program name) ask for. A
+    // command given --help or -h (before any "--") is not run: its usage
+    // is printed instead, whatever else the arguments say.
     int execute(const QStringList& arguments, QTextStream& out, QTextStream& err,
                 const QString& workingDirectory = QString()) const;
 

@@ -28,6 +28,11 @@ struct InstanceRequest {
 // The running instance's answer: what the forwarding process prints and
 // the exit code it ends with.
 struct InstanceReply {
+    // The exit status when the running instance did not take or did not
+    // answer a request (EX_TEMPFAIL): nothing was done by the caller, and
+    // trying again later may work.
+    static constexpr int unavailableStatus = 75;
+
     int status = 0;
     QString out;
     QString err;

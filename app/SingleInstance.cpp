@@ -3,8 +3,8 @@
 #include "foundation/GlobalEnv.h"
 #include "foundation/safefile.h"
 
-#include <QDeadlineTimer>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QLocalServer>
@@ -44,12 +44,6 @@ std::optional<uid_t> peerUid(qintptr descriptor)
     if (descriptor < 0 || ::getsockopt(int(descriptor), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0)
         return std::nullopt;
     return credentials.uid;
-}
-
-int remainingMs(const QDeadlineTimer& deadline)
-{
-    const qint64 remaining = deadline.remainingTime(); // -1 when it never expires
-    return int(qMin<qint64>(remaining, std::numeric_limits<int>::max()));
 }
 
 QString joinPath(const QString& dir, const QString& name)
@@ -116,7 +110,8 @@ private:
         m_idleTimer.stop();
         const InstanceReply reply = m_owner
             ? m_owner->handle(request)
-            : InstanceReply { 1, {}, QStringLiteral("quirepad: the running instance is shutting down\n") };
+            : InstanceReply { InstanceReply::unavailableStatus, {},
+                  QStringLiteral("quirepad: the running Quirepad is shutting down; try again\n") };
         m_busy = false;
 
         QByteArray frame = InstanceMessage::encode(reply);
@@ -306,7 +301,8 @@ void SingleInstance::acceptConnections()
 InstanceReply SingleInstance::handle(const InstanceRequest& request) const
 {
     if (!m_handler)
-        return { 1, {}, QStringLiteral("quirepad: the running instance accepts no requests\n") };
+        return { InstanceReply::unavailableStatus, {},
+            QStringLiteral("quirepad: the running Quirepad takes no requests yet; try again\n") };
     // A copy: the handler may replace itself, or this object may go away,
     // while it runs.
     const Handler handler = m_handler;
@@ -321,18 +317,18 @@ InstanceReply SingleInstance::handle(const InstanceRequest& request) const
     }
 }
 
-std::optional<InstanceReply> SingleInstance::forward(
-    const InstanceRequest& request, const QString& runtimeDir, int timeoutMs)
+ForwardResult SingleInstance::forward(
+    const InstanceRequest& request, const QString& runtimeDir, const ForwardOptions& options)
 {
     const QString dir = QDir::cleanPath(runtimeDir);
     QString reason;
     switch (inspect_private_dir(dir, &reason)) {
     case PrivateDirState::Missing:
         qCDebug(lcInstance) << "no runtime directory" << dir << "- no instance runs";
-        return std::nullopt;
+        return {};
     case PrivateDirState::Unsafe:
         qCWarning(lcInstance).noquote() << "not forwarding to the running instance:" << reason;
-        return std::nullopt;
+        return {};
     case PrivateDirState::Safe:
         break;
     }
@@ -340,57 +336,73 @@ std::optional<InstanceReply> SingleInstance::forward(
     const QByteArray frame = InstanceMessage::encode(request);
     if (frame.isEmpty()) {
         qCWarning(lcInstance) << "request too large to forward";
-        return std::nullopt;
+        return {};
     }
 
-    const QDeadlineTimer deadline(timeoutMs < 0 ? QDeadlineTimer::Forever : QDeadlineTimer(timeoutMs));
+    const auto unanswered = [](const QString& problem) {
+        // The caller tells its user; this is for the log.
+        qCInfo(lcInstance).noquote() << "no answer from the running instance:" << problem;
+        return ForwardResult { ForwardResult::Outcome::Unanswered, {}, problem };
+    };
+
     QLocalSocket socket;
     socket.connectToServer(joinPath(dir, kSocketName));
-    if (!socket.waitForConnected(remainingMs(deadline))) {
+    if (!socket.waitForConnected(int(qMin<qint64>(options.connectTimeout.count(), std::numeric_limits<int>::max())))) {
         const QLocalSocket::LocalSocketError error = socket.error();
-        if (error == QLocalSocket::ServerNotFoundError || error == QLocalSocket::ConnectionRefusedError)
+        if (error == QLocalSocket::ServerNotFoundError || error == QLocalSocket::ConnectionRefusedError) {
             qCDebug(lcInstance) << "no instance listens in" << dir;
-        else
-            qCWarning(lcInstance).noquote() << "cannot reach the running instance:" << socket.errorString();
-        return std::nullopt;
+            return {};
+        }
+        return unanswered(QStringLiteral("it does not take the connection (%1)").arg(socket.errorString()));
     }
     if (peerUid(socket.socketDescriptor()) != ::geteuid()) {
         qCWarning(lcInstance) << "the process listening in" << dir << "belongs to another user";
-        return std::nullopt;
+        return {};
     }
+
+    // From here on the instance may have the request: the caller must not
+    // do the work too, so there is no time limit while the connection lasts.
+    QElapsedTimer clock;
+    clock.start();
+    bool noticePending = bool(options.waiting);
+    // One step of the exchange (bytes written, bytes arrived); false when
+    // the connection ended or failed.
+    const auto await = [&](const std::function<bool(int)>& step) {
+        for (;;) {
+            const qint64 untilNotice
+                = noticePending ? qMax<qint64>(0, options.noticeAfter.count() - clock.elapsed()) : -1;
+            if (step(int(qMin<qint64>(untilNotice, std::numeric_limits<int>::max()))))
+                return true;
+            if (socket.state() != QLocalSocket::ConnectedState || untilNotice < 0)
+                return false;
+            if (clock.elapsed() >= options.noticeAfter.count()) {
+                noticePending = false;
+                options.waiting();
+            }
+        }
+    };
 
     socket.write(frame);
     while (socket.bytesToWrite() > 0) {
-        if (!socket.waitForBytesWritten(remainingMs(deadline))) {
-            qCWarning(lcInstance).noquote()
-                << "cannot send the request to the running instance:"
-                << (deadline.hasExpired() ? QStringLiteral("timed out") : socket.errorString());
-            return std::nullopt;
-        }
+        if (!await([&](int ms) { return socket.waitForBytesWritten(ms); }))
+            return unanswered(
+                QStringLiteral("the connection ended while the request was sent (%1)").arg(socket.errorString()));
     }
 
     InstanceMessageDecoder decoder;
     for (;;) {
         decoder.feed(socket.readAll());
         if (std::optional<InstanceReply> reply = decoder.takeReply())
-            return reply;
-        if (decoder.hasError()) {
-            qCWarning(lcInstance).noquote() << "broken reply from the running instance:" << decoder.errorString();
-            return std::nullopt;
-        }
-        if (socket.state() != QLocalSocket::ConnectedState) {
-            qCWarning(lcInstance) << "the running instance closed the connection without a complete reply";
-            return std::nullopt;
-        }
-        if (!socket.waitForReadyRead(remainingMs(deadline)) && socket.state() == QLocalSocket::ConnectedState) {
-            qCWarning(lcInstance).noquote()
-                << "no reply from the running instance:"
-                << (deadline.hasExpired() ? QStringLiteral("timed out after %1 ms").arg(timeoutMs)
-                                          : socket.errorString());
-            return std::nullopt;
-        }
-        // Otherwise data arrived, or the peer closed: the next pass reads
-        // whatever came before the close.
+            return { ForwardResult::Outcome::Answered, *reply, {} };
+        if (decoder.hasError())
+            return unanswered(QStringLiteral("its answer is broken (%1)").arg(decoder.errorString()));
+        if (socket.state() != QLocalSocket::ConnectedState)
+            return unanswered(QStringLiteral("it closed the connection without answering"));
+        // Data arrived, or the peer closed: the next pass reads whatever
+        // came before the close.
+        if (!await([&](int ms) { return socket.waitForReadyRead(ms); })
+            && socket.state() == QLocalSocket::ConnectedState)
+            return unanswered(QStringLiteral("waiting for its answer failed (%1)").arg(socket.errorString()));
     }
 }
 

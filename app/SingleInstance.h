@@ -9,7 +9,6 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <optional>
 
 class QLocalServer;
 class QLockFile;
@@ -18,6 +17,32 @@ class QLockFile;
 Q_DECLARE_LOGGING_CATEGORY(lcInstance)
 
 namespace quirepad {
+
+// How a request sent to the running instance fared.
+struct ForwardResult {
+    enum class Outcome {
+        NoInstance, // nobody listens; nothing was sent, the caller may do the work
+        Answered, // reply holds the instance's answer
+        // An instance holds the socket, or has the request, but no answer
+        // came back: the work may still be done there, so never by the caller.
+        Unanswered,
+    };
+
+    Outcome outcome = Outcome::NoInstance;
+    InstanceReply reply; // Answered
+    QString problem; // Unanswered: why, as a phrase
+
+    bool answered() const { return outcome == Outcome::Answered; }
+};
+
+struct ForwardOptions {
+    // How long the instance may take to accept the connection.
+    std::chrono::milliseconds connectTimeout { std::chrono::seconds(10) };
+    // There is no limit on the answer while the connection stays open;
+    // waiting (when set) is called once the answer has taken this long.
+    std::chrono::milliseconds noticeAfter { std::chrono::seconds(3) };
+    std::function<void()> waiting;
+};
 
 // Keeps quirepad to one running instance per user. The first process to
 // call tryToRun() holds a lock file in a private runtime directory and
@@ -65,12 +90,14 @@ public:
     void setIdleTimeout(std::chrono::milliseconds timeout);
 
     // Sends a request to the instance that runs for runtimeDir and waits
-    // for its reply, without an event loop. nullopt when no instance
-    // listens (the caller then does the work itself), and also, logged,
-    // when the directory is unsafe, the time runs out or the reply is
-    // broken.
-    static std::optional<InstanceReply> forward(
-        const InstanceRequest& request, const QString& runtimeDir = defaultRuntimeDir(), int timeoutMs = 30000);
+    // for its reply, without an event loop, for as long as the connection
+    // stays open. NoInstance when nobody listens (no socket, or the
+    // connection is refused), and also, logged, when the directory is
+    // unsafe or the listener is another user's: nothing was sent then.
+    // Unanswered, logged, when the instance does not accept the
+    // connection in time, or the connection ends without a whole reply.
+    static ForwardResult forward(const InstanceRequest& request, const QString& runtimeDir = defaultRuntimeDir(),
+        const ForwardOptions& options = {});
 
 private:
     class Connection;

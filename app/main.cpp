@@ -1,9 +1,8 @@
+#include "AllCommands.h"
 #include "AppSession.h"
+#include "CommandClient.h"
 #include "CommandLine.h"
-#include "DefaultsCommands.h"
-#include "DeliveryCommands.h"
-#include "DestinationCommands.h"
-#include "QueueCommands.h"
+#include "RequestRunner.h"
 #include "SingleInstance.h"
 #include "UnixSignalWatcher.h"
 
@@ -27,24 +26,6 @@ using namespace quirepad;
 
 namespace {
 
-void addCommands(CommandLine& commandLine, AppSession& session)
-{
-    addDestinationCommands(commandLine, session);
-    addDefaultsCommands(commandLine, session);
-    addDeliveryCommands(commandLine, session);
-    addQueueCommands(commandLine, session);
-}
-
-InstanceReply runCommand(const CommandLine& commandLine, const InstanceRequest& request)
-{
-    QString out, err;
-    QTextStream outStream(&out), errStream(&err);
-    const int status = commandLine.execute(request.arguments, outStream, errStream, request.workingDirectory);
-    outStream.flush();
-    errStream.flush();
-    return {status, out, err};
-}
-
 // The user's instance: takes print jobs from the spool, serves forwarded
 // commands and files, until SIGINT or SIGTERM; then saves.
 int runInstance(QCoreApplication& app, bool withWindows)
@@ -56,12 +37,12 @@ int runInstance(QCoreApplication& app, bool withWindows)
             // Starting it again brings up the running one's preferences.
             InstanceRequest request;
             request.kind = InstanceRequest::Kind::Command;
-            request.arguments = QStringList{QStringLiteral("preferences")};
+            request.arguments = QStringList { QStringLiteral("preferences") };
             request.workingDirectory = QDir::currentPath();
-            const std::optional<InstanceReply> reply = SingleInstance::forward(request);
+            const ForwardResult result = SingleInstance::forward(request);
             err << "quirepad: another Quirepad is already running";
-            if (reply)
-                err << "; " << (reply->status == 0 ? reply->out.trimmed() : reply->err.trimmed());
+            if (result.answered())
+                err << "; " << (result.reply.status == 0 ? result.reply.out.trimmed() : result.reply.err.trimmed());
             err << '\n';
             return 0;
         }
@@ -78,7 +59,8 @@ int runInstance(QCoreApplication& app, bool withWindows)
     AppSession session;
     session.setInstance(true);
     CommandLine commandLine;
-    addCommands(commandLine, session);
+    addAllCommands(commandLine, session);
+    const RequestRunner runner(commandLine, session);
     MainAppDelegate& delegate = session.delegate(); // settings registered, store opened
     // With a display: the panel asks for destinations, the tray offers the
     // commands; quitting saves first.
@@ -94,12 +76,8 @@ int runInstance(QCoreApplication& app, bool withWindows)
         });
     }
     instance.setHandler([&](const InstanceRequest& request) -> InstanceReply {
-        if (request.kind == InstanceRequest::Kind::Open) {
-            delegate.openFiles(request.arguments);
-            return {0, QStringLiteral("%1 file(s) taken into the queue\n").arg(request.arguments.size()), QString()};
-        }
-        const InstanceReply reply = runCommand(commandLine, request);
-        if (shell)
+        const InstanceReply reply = runner.run(request);
+        if (shell && request.kind == InstanceRequest::Kind::Command)
             shell->applySettings(); // a command may have changed settings or destinations
         return reply;
     });
@@ -154,7 +132,7 @@ int runCommandLine(int argc, char** argv)
 
     AppSession session;
     CommandLine commandLine;
-    addCommands(commandLine, session);
+    addAllCommands(commandLine, session);
     if (first.startsWith(u'-') || first == QLatin1String("help"))
         return commandLine.execute(arguments, out, err);
 
@@ -172,15 +150,16 @@ int runCommandLine(int argc, char** argv)
     }
 
     // A running instance does the work; without one, this process does.
-    InstanceReply result;
-    if (const std::optional<InstanceReply> reply = SingleInstance::forward(request)) {
-        result = *reply;
-    } else if (request.kind == InstanceRequest::Kind::Open) {
-        const bool done = session.delegate().processPDFFiles(request.arguments);
-        result = {done ? 0 : 1, QString(), QString()};
-    } else {
-        result = runCommand(commandLine, request);
-    }
+    // Once the request went to an instance it is never done here as well.
+    const RequestRunner runner(commandLine, session);
+    CommandClient client([&runner](const InstanceRequest& here) { return runner.run(here); });
+    ForwardOptions options;
+    options.waiting = [&err] {
+        err << QStringLiteral("quirepad: waiting for the running Quirepad\u2026\n");
+        err.flush();
+    };
+    client.setOptions(std::move(options));
+    const InstanceReply result = client.run(request);
     out << result.out;
     err << result.err;
     out.flush();

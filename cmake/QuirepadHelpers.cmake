@@ -24,6 +24,6 @@ function(quirepad_add_test_suite subsystem)
         add_test(NAME ${subsystem}.${cls} COMMAND ${target} ${cls})
         set_tests_properties(${subsystem}.${cls} PROPERTIES
             TIMEOUT 300
-            ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QUIREPAD_SOURCE_DIR=${PROJECT_SOURCE_DIR};ASAN_OPTIONS=detect_leaks=1:abort_on_error=0;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0;UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1;${ARG_ENVIRONMENT}")
+            ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QUIREPAD_SOURCE_DIR=${PROJECT_SOURCE_DIR};ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:detect_stack_use_after_return=1;LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0;UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1;${ARG_ENVIRONMENT}")
     endforeach()
 endfunction()

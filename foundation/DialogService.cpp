@@ -51,4 +51,11 @@ void DialogService::setCurrent(std::unique_ptr<DialogService> service)
     currentInstance() = std::move(service);
 }
 
+std::unique_ptr<DialogService> DialogService::exchangeCurrent(std::unique_ptr<DialogService> service)
+{
+    std::unique_ptr<DialogService> previous = std::move(currentInstance());
+    currentInstance() = std::move(service);
+    return previous;
+}
+
 } // namespace quirepad

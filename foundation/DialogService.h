@@ -53,6 +53,9 @@ public:
     static DialogService& current();
     // Replaces the process-wide service; null restores the scripted default.
     static void setCurrent(std::unique_ptr<DialogService> service);
+    // Replaces the process-wide service and hands back the one it replaces
+    // (null when none was set), so that it can be put back later.
+    static std::unique_ptr<DialogService> exchangeCurrent(std::unique_ptr<DialogService> service);
 
 protected:
     DialogService() = default;

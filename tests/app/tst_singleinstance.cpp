@@ -1,6 +1,7 @@
 #include "LogCapture.h"
 #include "TestRegistry.h"
 
+#include "app/CommandClient.h"
 #include "app/InstanceMessage.h"
 #include "app/SingleInstance.h"
 
@@ -11,7 +12,6 @@
 #include <QDataStream>
 #include <QDateTime>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QLocalServer>
@@ -21,8 +21,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <QTimer>
 
+#include <atomic>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -112,15 +115,21 @@ bool writeLockFile(const QString& path, qint64 pid, const QDateTime& modified)
 
 // SingleInstance::forward() blocks, so it runs on a thread of its own while
 // this thread's event loop serves the instance under test.
-std::optional<InstanceReply> forwardServed(const InstanceRequest& request, const QString& dir, int timeoutMs = 10000)
+void servedWhile(const std::function<void()>& blocking)
 {
-    std::optional<InstanceReply> reply;
-    std::unique_ptr<QThread> thread(QThread::create([&] { reply = SingleInstance::forward(request, dir, timeoutMs); }));
+    std::unique_ptr<QThread> thread(QThread::create(blocking));
     thread->start();
     while (!thread->isFinished())
         QTest::qWait(5);
     thread->wait();
-    return reply;
+}
+
+// The instance's answer; nullopt when none came.
+std::optional<InstanceReply> forwardServed(const InstanceRequest& request, const QString& dir)
+{
+    ForwardResult result;
+    servedWhile([&] { result = SingleInstance::forward(request, dir); });
+    return result.answered() ? std::optional(result.reply) : std::nullopt;
 }
 
 } // namespace
@@ -374,7 +383,6 @@ private slots:
         QTest::newRow("no runtime directory") << "missing";
         QTest::newRow("socket file nobody listens on") << "stale socket";
         QTest::newRow("instance locked but not listening") << "lock only";
-        QTest::newRow("server that never answers") << "silent";
     }
 
     void forwardWithoutInstanceIsNull()
@@ -385,26 +393,89 @@ private slots:
         const QString dir = setup == "missing" ? tmp.filePath("run") : makePrivateDir(tmp, QStringLiteral("run"));
         QVERIFY(!dir.isEmpty());
         QLockFile lock(dir + QStringLiteral("/quirepad.lock"));
-        QLocalServer silent; // accepts (in the kernel's backlog), never answers
         if (setup == "stale socket")
             QVERIFY(makeStaleSocketFile(dir + QStringLiteral("/quirepad.sock")));
         else if (setup == "lock only")
             QVERIFY(lock.tryLock(0));
-        else if (setup == "silent")
-            QVERIFY(silent.listen(dir + QStringLiteral("/quirepad.sock")));
 
-        quirepad::test::LogCapture log;
-        QElapsedTimer clock;
-        clock.start();
-        const int timeoutMs = setup == "silent" ? 300 : 30000;
-        QVERIFY(!SingleInstance::forward(sampleRequest(), dir, timeoutMs));
-        // Nobody to wait for: far below the timeout, unless someone listens.
-        QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
-        if (setup == "silent")
-            QVERIFY(clock.elapsed() >= 250);
-        QCOMPARE(log.count(QStringLiteral("timed out")), setup == "silent" ? 1 : 0);
+        QCOMPARE(SingleInstance::forward(sampleRequest(), dir).outcome, ForwardResult::Outcome::NoInstance);
         if (setup == "missing")
             QVERIFY(!QFileInfo::exists(dir));
+    }
+
+    // Once an instance may have the request, the client never does the work
+    // itself: it waits for the answer as long as the connection lasts, and
+    // without one ends with the "unavailable" status.
+    void commandRunsExactlyOnce_data()
+    {
+        QTest::addColumn<QString>("instance");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("instanceRuns");
+        QTest::addColumn<int>("localRuns");
+        QTest::addColumn<QString>("said");
+        QTest::newRow("no instance") << "none" << 3 << 0 << 1 << "done here";
+        QTest::newRow("slower than a second") << "slow" << 0 << 1 << 0 << "done there";
+        QTest::newRow("takes no requests yet") << "busy" << 75 << 0 << 0 << "takes no requests yet";
+        QTest::newRow("drops the connection") << "drop" << 75 << 1 << 0 << "closed the connection without answering";
+        QTest::newRow("never accepts, then ends") << "silent" << 75 << 0 << 0 << "did not answer";
+    }
+
+    void commandRunsExactlyOnce()
+    {
+        QFETCH(QString, instance);
+        QFETCH(int, instanceRuns);
+        QFETCH(int, localRuns);
+        QFETCH(QString, said);
+
+        QTemporaryDir tmp;
+        const QString dir = makePrivateDir(tmp, QStringLiteral("run"));
+        QVERIFY(!dir.isEmpty());
+        const QString socketPath = dir + QStringLiteral("/quirepad.sock");
+        int served = 0;
+        SingleInstance real(dir);
+        auto raw = std::make_unique<QLocalServer>(); // accepts in the kernel, answers never
+        if (instance == "slow" || instance == "busy") {
+            if (instance == "slow")
+                real.setHandler([&](const InstanceRequest&) {
+                    ++served;
+                    QTest::qWait(1000);
+                    return InstanceReply { 0, QStringLiteral("done there\n"), {} };
+                });
+            QVERIFY(real.tryToRun());
+        } else if (instance != "none") {
+            QVERIFY(raw->listen(socketPath));
+            if (instance == "drop")
+                connect(raw.get(), &QLocalServer::newConnection, this, [&] {
+                    QLocalSocket* peer = raw->nextPendingConnection();
+                    connect(peer, &QLocalSocket::readyRead, peer, [&served, peer] {
+                        ++served;
+                        peer->abort();
+                    });
+                });
+            else
+                QTimer::singleShot(300, this, [&raw] { raw.reset(); });
+        }
+
+        std::atomic<int> local = 0, notices = 0;
+        CommandClient client(
+            [&](const InstanceRequest&) {
+                ++local;
+                return InstanceReply { 3, QStringLiteral("done here\n"), {} };
+            },
+            dir);
+        ForwardOptions options;
+        options.noticeAfter = std::chrono::milliseconds(50);
+        options.waiting = [&] { ++notices; };
+        client.setOptions(options);
+        InstanceReply reply;
+        servedWhile([&] { reply = client.run(sampleRequest()); });
+
+        QTEST(reply.status, "status");
+        QVERIFY2((reply.out + reply.err).contains(said), qPrintable(reply.out + reply.err));
+        QCOMPARE(served, instanceRuns);
+        QCOMPARE(int(local), localRuns);
+        if (instance == "slow")
+            QCOMPARE(int(notices), 1);
     }
 
     // --- hostile clients and places --------------------------------------
@@ -502,7 +573,7 @@ private slots:
         QVERIFY2(instance.errorString().contains(error), qPrintable(instance.errorString()));
         QVERIFY(!QFileInfo::exists(real + QStringLiteral("/quirepad.lock")));
 
-        QVERIFY(!SingleInstance::forward(sampleRequest(), dir, 2000));
+        QCOMPARE(SingleInstance::forward(sampleRequest(), dir).outcome, ForwardResult::Outcome::NoInstance);
         QCOMPARE(log.count(error), 2);
         QTest::qWait(50);
         QCOMPARE(baited.count(), 0);

@@ -1,0 +1,18 @@
+#include "AllCommands.h"
+
+#include "DefaultsCommands.h"
+#include "DeliveryCommands.h"
+#include "DestinationCommands.h"
+#include "QueueCommands.h"
+
+namespace quirepad {
+
+void addAllCommands(CommandLine& commandLine, AppSession& session)
+{
+    addDestinationCommands(commandLine, session);
+    addDefaultsCommands(commandLine, session);
+    addDeliveryCommands(commandLine, session);
+    addQueueCommands(commandLine, session);
+}
+
+} // namespace quirepad
