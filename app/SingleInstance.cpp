@@ -1,6 +1,7 @@
 #include "SingleInstance.h"
 
 #include "foundation/GlobalEnv.h"
+#include "foundation/UserFolders.h"
 #include "foundation/safefile.h"
 
 #include <QDir>
@@ -168,9 +169,9 @@ private:
 
 QString SingleInstance::defaultRuntimeDir()
 {
-    const QString xdg = QFile::decodeName(qgetenv("XDG_RUNTIME_DIR"));
-    if (!xdg.isEmpty() && QDir::isAbsolutePath(xdg))
-        return joinPath(QDir::cleanPath(xdg), QStringLiteral("quirepad"));
+    const QString runtime = UserFolders::current().runtimeDir;
+    if (!runtime.isEmpty())
+        return joinPath(runtime, QStringLiteral("quirepad"));
     // No runtime folder: a private one in the cache, never a guessable name
     // in a folder every user can write.
     return joinPath(QDir::cleanPath(GlobalEnv::instance().value(QStringLiteral("APP_CACHES")).toString()),

@@ -1,5 +1,7 @@
 #include "foundation/GlobalEnv.h"
 
+#include "foundation/UserFolders.h"
+
 #include "foundation/PlistReader.h"
 
 #include <QDir>
@@ -8,22 +10,6 @@
 namespace quirepad {
 
 namespace {
-
-QString homeOrNull(const QProcessEnvironment& environment)
-{
-    return environment.contains(QStringLiteral("HOME")) ? environment.value(QStringLiteral("HOME"))
-                                                        : QStringLiteral("(null)");
-}
-
-// XDG base directory: the variable when it holds an absolute path, else the
-// fallback below HOME.
-QString xdgDir(const QProcessEnvironment& environment, const QString& variable, const QString& fallback)
-{
-    const QString value = environment.value(variable);
-    if (!value.isEmpty() && QDir::isAbsolutePath(value))
-        return value;
-    return homeOrNull(environment) + fallback;
-}
 
 } // namespace
 
@@ -54,8 +40,9 @@ QVariantMap GlobalEnv::build(const QString& appPath, const QProcessEnvironment& 
     // The per-user folders take the name read from Info.plist, never a
     // value MYGlobalEnv may have put under APP_NAME.
     const QString name = bundleName.isValid() ? bundleName.toString() : QStringLiteral("(null)");
-    const QString dataHome = xdgDir(environment, QStringLiteral("XDG_DATA_HOME"), QStringLiteral("/.local/share"));
-    const QString cacheHome = xdgDir(environment, QStringLiteral("XDG_CACHE_HOME"), QStringLiteral("/.cache"));
+    const UserFolders folders = UserFolders::fromEnvironment(environment);
+    const QString& dataHome = folders.dataHome;
+    const QString& cacheHome = folders.cacheHome;
     table.insert(QStringLiteral("APP_SUPPORT"), dataHome + QLatin1Char('/') + name);
     table.insert(QStringLiteral("APP_SUPPORT_PLUGINS"), dataHome + QLatin1Char('/') + name + QStringLiteral("/PlugIns"));
     table.insert(QStringLiteral("APP_CACHES"), cacheHome + QLatin1Char('/') + name);

@@ -8,6 +8,7 @@
 #include "foundation/pathvars.h"
 #include "foundation/safefile.h"
 #include "foundation/session.h"
+#include "foundation/Shutdown.h"
 #include "foundation/TempArea.h"
 #include "pipeline/jobinfo.h"
 #include "pipeline/documentkind.h"
@@ -157,6 +158,12 @@ bool CopyFileProcessor::processFile(const QString& path)
     if (!tranform.isEmpty() && kind == DocumentKind::Pdf) {
         working = execute_filter(working, tranform, context);
         target = withExtension(target, path_extension(working));
+    }
+    // Compression or a filter cut short by quitting: the job waits for the
+    // next run rather than going out half done.
+    if (Shutdown::isRequested()) {
+        fail(QStringLiteral("Quirepad quit before “%1” was delivered").arg(title), false);
+        return false;
     }
     copyTempFile(working, target);
     return !failed();

@@ -1,6 +1,7 @@
 #include "store/MainAppDelegateBase.h"
 
 #include "foundation/Shutdown.h"
+#include "foundation/UserFolders.h"
 
 #include "foundation/dialogs.h"
 #include "foundation/UserDefaults.h"
@@ -35,10 +36,7 @@ MainAppDelegateBase::~MainAppDelegateBase() = default;
 
 QString MainAppDelegateBase::applicationDocumentsDirectory()
 {
-    QString dataHome = qEnvironmentVariable("XDG_DATA_HOME");
-    if (dataHome.isEmpty() || !QDir::isAbsolutePath(dataHome))
-        dataHome = QDir::homePath() + QStringLiteral("/.local/share");
-    return dataHome + QStringLiteral("/com.halvern.Quirepad");
+    return UserFolders::current().dataHome + QStringLiteral("/com.halvern.Quirepad");
 }
 
 void MainAppDelegateBase::report(const Error& error)
