@@ -118,13 +118,17 @@ void TempArea::removeLeftovers()
 QString TempArea::currentDir()
 {
     if (!m_scopes.isEmpty())
-        return m_scopes.last();
+        return m_scopes.last()->dir();
     return ensureProcessDir() ? m_processDir->path() : QString();
 }
 
 QString TempArea::makeDir(const QString& prefix)
 {
-    const QString base = currentDir();
+    return makeDirIn(currentDir(), prefix);
+}
+
+QString TempArea::makeDirIn(const QString& base, const QString& prefix)
+{
     if (base.isEmpty())
         return {};
     QByteArray pattern = QFile::encodeName(base + QLatin1Char('/') + prefix + QStringLiteral("-XXXXXX"));
@@ -157,18 +161,28 @@ bool TempArea::contains(const QString& path) const
 }
 
 TempArea::JobScope::JobScope()
-    : m_dir(TempArea::instance().makeDir(QStringLiteral("job")))
 {
-    if (!m_dir.isEmpty())
-        TempArea::instance().m_scopes.append(m_dir);
+    TempArea::instance().m_scopes.append(this);
+}
+
+QString TempArea::JobScope::dir() const
+{
+    if (m_dir.isEmpty()) {
+        // Made in the folder of the scope around this one, or the process's.
+        TempArea& area = TempArea::instance();
+        const qsizetype at = area.m_scopes.indexOf(this);
+        const QString base = at > 0 ? area.m_scopes.at(at - 1)->dir()
+                                    : (area.ensureProcessDir() ? area.m_processDir->path() : QString());
+        m_dir = makeDirIn(base, QStringLiteral("job"));
+    }
+    return m_dir;
 }
 
 TempArea::JobScope::~JobScope()
 {
-    if (m_dir.isEmpty())
-        return;
-    TempArea::instance().m_scopes.removeAll(m_dir);
-    removeTree(m_dir);
+    TempArea::instance().m_scopes.removeAll(this);
+    if (!m_dir.isEmpty())
+        removeTree(m_dir);
 }
 
 } // namespace quirepad

@@ -41,6 +41,7 @@ public:
     QString root() const { return m_root; }
 
     // Everything made in the area while it lives is removed when it ends.
+    // Its folder is made on first use only (most jobs need none).
     class JobScope
     {
     public:
@@ -48,14 +49,15 @@ public:
         ~JobScope();
         JobScope(const JobScope&) = delete;
         JobScope& operator=(const JobScope&) = delete;
-        QString dir() const { return m_dir; }
+        QString dir() const;
 
     private:
-        QString m_dir;
+        mutable QString m_dir;
     };
 
 private:
     TempArea();
+    static QString makeDirIn(const QString& base, const QString& prefix);
     bool ensureProcessDir();
     void removeLeftovers();
 
@@ -63,7 +65,7 @@ private:
     QString m_lastingRoot;
     std::unique_ptr<QTemporaryDir> m_processDir;
     std::unique_ptr<QLockFile> m_lock;
-    QStringList m_scopes;
+    QList<const JobScope*> m_scopes;
     bool m_failed = false;
 };
 

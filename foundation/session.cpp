@@ -35,9 +35,14 @@ bool is_active_session()
 
 QString user_name()
 {
-    if (const passwd* entry = getpwuid(getuid()))
-        return QString::fromLocal8Bit(entry->pw_name);
-    return qEnvironmentVariable("USER");
+    // Looked up once: the account does not change while the program runs
+    // (and every job asks).
+    static const QString name = [] {
+        if (const passwd* entry = getpwuid(getuid()))
+            return QString::fromLocal8Bit(entry->pw_name);
+        return qEnvironmentVariable("USER");
+    }();
+    return name;
 }
 
 } // namespace quirepad

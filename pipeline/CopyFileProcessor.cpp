@@ -122,7 +122,8 @@ bool CopyFileProcessor::processFile(const QString& path)
     const QString title = contextValue(context, "TITLE", path_basename_noext(path));
     QString target = (folder.endsWith(u'/') ? folder : folder + QLatin1Char('/'))
                      + fit_file_name(sanitizeName(path_basename(path)), kMaxDeliveredNameBytes);
-    DocumentKind kind = document_kind(path);
+    const QByteArray head = m_sourceFd >= 0 ? document_head(m_sourceFd) : document_head(path);
+    DocumentKind kind = document_kind(head);
     if (kind == DocumentKind::Missing || kind == DocumentKind::Empty) {
         fail(kind == DocumentKind::Empty ? QStringLiteral("“%1” is empty (0 bytes): there is nothing to deliver.").arg(title)
                                          : QStringLiteral("“%1” cannot be read.").arg(title));
@@ -143,7 +144,7 @@ bool CopyFileProcessor::processFile(const QString& path)
     }
     // The extension follows the content: PostScript is delivered as ".ps",
     // a text as ".txt", whatever the pattern says.
-    target = withExtension(target, document_suffix(working, kind));
+    target = withExtension(target, document_suffix(working == path ? head : document_head(working), kind));
     if (do_compress && kind == DocumentKind::Pdf) {
         // Compression rewrites its file: only a copy of our own in the
         // private temporary area, never the user's document or a spool job.
@@ -221,10 +222,19 @@ QString CopyFileProcessor::writeFailure(const QString& target, int error)
     return QStringLiteral("%1 could not be written: %2.").arg(target, why);
 }
 
+bool CopyFileProcessor::readsSourceOnly() const
+{
+    return isPlainFolderProcessor() && !do_compress && tranform.isEmpty()
+           && !config.value(QStringLiteral("ask_to_confim")).toBool();
+}
+
 bool CopyFileProcessor::deliverCopy(const QString& source, QString& target, bool replace)
 {
-    const UniqueFd in(::open(QFile::encodeName(source).constData(), O_RDONLY | O_CLOEXEC));
-    if (!in) {
+    // The source descriptor stands for the path it was given with.
+    const bool fromDescriptor = m_sourceFd >= 0 && source == m_sourcePath;
+    UniqueFd opened(fromDescriptor ? -1 : ::open(QFile::encodeName(source).constData(), O_RDONLY | O_CLOEXEC));
+    const int in = fromDescriptor ? m_sourceFd : opened.get();
+    if (in < 0) {
         fail(QStringLiteral("%1 cannot be read: %2.").arg(source, QString::fromLocal8Bit(std::strerror(errno))));
         return false;
     }
@@ -235,7 +245,7 @@ bool CopyFileProcessor::deliverCopy(const QString& source, QString& target, bool
     const QString partial = path_dirname(target) + QLatin1Char('/') + partialFilePrefix()
                             + QStringLiteral("%1-%2.part").arg(QCoreApplication::applicationPid()).arg(generateUUID().left(8));
     int error = 0;
-    if (!safefile::copyToNewFile(in.get(), partial, nullptr, &error)) {
+    if (!safefile::copyToNewFile(in, partial, nullptr, &error)) {
         ::unlink(QFile::encodeName(partial).constData());
         fail(writeFailure(target, error));
         return false;

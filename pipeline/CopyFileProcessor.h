@@ -29,6 +29,18 @@ public:
 
     void setContext(const QVariantMap& jobInfo) { context = jobInfo; }
 
+    // Whether processFile only reads its file and copies it (a plain folder
+    // delivery without compression, filter or save panel).
+    bool readsSourceOnly() const;
+    // An open, checked descriptor of the file processFile will be given as
+    // path: reads go through it, never through the path (a shared spool
+    // whose names are not to be trusted). Only for readsSourceOnly().
+    void setSource(const QString& path, int fd)
+    {
+        m_sourcePath = path;
+        m_sourceFd = fd;
+    }
+
     // The folder to deliver into; a null string delivers nothing.
     virtual QString outputDir();
     QString sanitizeName(const QString& name) const;
@@ -70,6 +82,8 @@ protected:
 
 private:
     QString m_failure;
+    QString m_sourcePath;
+    int m_sourceFd = -1; // not owned
 };
 
 } // namespace quirepad

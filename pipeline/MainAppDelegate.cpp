@@ -58,6 +58,9 @@ MainAppDelegate::MainAppDelegate(QObject* parent)
     , m_sessionActive([] { return is_active_session(); })
 {
     TempArea::instance().prepare();
+    m_scanSoon.setSingleShot(true);
+    m_scanSoon.setInterval(0);
+    m_scanSoon.callOnTimeout(this, [this] { processAllFiles(); });
 }
 
 MainAppDelegate::~MainAppDelegate() = default;
@@ -107,7 +110,16 @@ void MainAppDelegate::applicationDidFinishLaunching()
     startWatchingSpool();
     // Jobs left from before (kept after a failure, or printed while the
     // program was not running) are taken now rather than at the next print.
-    schedule(0.1, [this] { processAllFiles(); });
+    scanSoon();
+}
+
+void MainAppDelegate::scanSoon()
+{
+    // The backend renames a job into the spool only once it is complete,
+    // so a job that shows is whole: the scan runs on the next turn of the
+    // event loop, and triggers that arrive before it are one scan.
+    if (!m_scanSoon.isActive())
+        m_scanSoon.start();
 }
 
 void MainAppDelegate::startWatchingSpool()
@@ -173,7 +185,7 @@ void MainAppDelegate::openFiles(const QStringList& paths)
             return;
         }
         m_rerunTimer = 1;
-        schedule(0.1, [this] { processAllFiles(); });
+        scanSoon();
         return;
     }
     if (first.endsWith(QLatin1String(".qpdplugin")) || first.endsWith(QLatin1String(".qpdfilter"))) {
@@ -294,18 +306,15 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
         QString working = path;
         QVariantMap jobInfo;
         if (spoolJob) {
-            // A job is used only through a checked descriptor, and worked on
-            // as a private copy: the shared folder is nobody's to trust.
+            // A job is used only through a checked descriptor: the shared
+            // folder is nobody's to trust.
             QString why;
             job = spool.openJob(path_basename(path), &why);
-            working = scope.dir().isEmpty() ? QString() : scope.dir() + QLatin1Char('/') + path_basename(path);
-            if (!job || working.isEmpty() || !safefile::copyToNewFile(job->fd.get(), working, &why)) {
-                qCWarning(lcSpool).noquote() << path << "is left alone:"
-                                             << (working.isEmpty() ? QStringLiteral("no private temporary folder") : why);
+            if (!job) {
+                qCWarning(lcSpool).noquote() << path << "is left alone:" << why;
                 emit jobFinished(path, false);
                 continue;
             }
-            job->fd.reset();
             jobInfo = spool.readInfo(job->name);
         } else {
             jobInfo = read_info(path + QStringLiteral(".info"));
@@ -338,6 +347,25 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
                 processor = copyProcessorForName(*context, batchDestination);
         }
 
+        if (job && processor) {
+            // A plain copy reads the job through its descriptor; anything
+            // that hands the file on (compression, a filter, a workflow, an
+            // application) works on a private copy.
+            if (processor->readsSourceOnly()) {
+                processor->setSource(path, job->fd.get());
+            } else {
+                QString why;
+                working = scope.dir().isEmpty() ? QString() : scope.dir() + QLatin1Char('/') + path_basename(path);
+                if (working.isEmpty() || !safefile::copyToNewFile(job->fd.get(), working, &why)) {
+                    keep(path, fileInfo.value(QStringLiteral("title")).toString(),
+                         QStringLiteral("it could not be copied for processing (%1)")
+                             .arg(working.isEmpty() ? QStringLiteral("no private temporary folder") : why));
+                    emit jobFinished(path, false);
+                    setCurrentFileInfo({});
+                    continue;
+                }
+            }
+        }
         bool remove = false;
         QString keptBecause;
         if (processor) {

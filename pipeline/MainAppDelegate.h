@@ -42,6 +42,9 @@ public:
     // Documents opened with the application, or the end trigger file.
     void openFiles(const QStringList& paths);
     void startWatchingSpool();
+    // A scan on the next turn of the event loop; requests until then are
+    // one scan.
+    void scanSoon();
 
     Q_INVOKABLE void processAllFiles();
     // This user's jobs in the spool; "remote:" jobs only while the console
@@ -118,6 +121,7 @@ private:
     double m_timeScale = 1.0;
     QMap<QString, KeptJob> m_keptJobs; // by spool path
     QTimer m_safetyRescan;
+    QTimer m_scanSoon;
     bool m_scanMissed = false;
     bool m_running = false;
     bool m_inAgentMode = false;

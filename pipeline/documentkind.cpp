@@ -8,28 +8,51 @@
 #include <QLoggingCategory>
 #include <QMimeDatabase>
 
+#include <unistd.h>
+
 namespace quirepad {
 
 Q_LOGGING_CATEGORY(lcDocument, "quirepad.delivery", QtInfoMsg)
 
-DocumentKind document_kind(const QString& path)
+namespace {
+// A PDF may carry some bytes before its header (the format allows up to
+// 1024); the MIME database looks a little further.
+constexpr qint64 kHeadBytes = 4096;
+} // namespace
+
+QByteArray document_head(const QString& path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QByteArray head = file.read(kHeadBytes);
+    return head.isNull() ? QByteArray("") : head;
+}
+
+QByteArray document_head(int fd)
+{
+    QByteArray head(kHeadBytes, Qt::Uninitialized);
+    const ssize_t got = ::pread(fd, head.data(), size_t(head.size()), 0);
+    if (got < 0)
+        return {};
+    head.truncate(got);
+    return head.isNull() ? QByteArray("") : head;
+}
+
+DocumentKind document_kind(const QByteArray& head)
+{
+    if (head.isNull())
         return DocumentKind::Missing;
-    // A PDF may carry some bytes before its header (the format allows up
-    // to 1024).
-    const QByteArray head = file.read(1024);
     if (head.isEmpty())
         return DocumentKind::Empty;
-    if (head.contains("%PDF-"))
+    if (head.left(1024).contains("%PDF-"))
         return DocumentKind::Pdf;
     if (head.startsWith("%!") || head.startsWith("\x04%!") || head.startsWith("\xc5\xd0\xd3\xc6"))
         return DocumentKind::PostScript;
     return DocumentKind::Other;
 }
 
-QString document_suffix(const QString& path, DocumentKind kind)
+QString document_suffix(const QByteArray& head, DocumentKind kind)
 {
     switch (kind) {
     case DocumentKind::Pdf:
@@ -37,7 +60,7 @@ QString document_suffix(const QString& path, DocumentKind kind)
     case DocumentKind::PostScript:
         return QStringLiteral("ps");
     case DocumentKind::Other:
-        return QMimeDatabase().mimeTypeForFile(path, QMimeDatabase::MatchContent).preferredSuffix();
+        return QMimeDatabase().mimeTypeForData(head).preferredSuffix();
     case DocumentKind::Missing:
     case DocumentKind::Empty:
         break;
@@ -61,7 +84,7 @@ QString convert_to_pdf(const QString& path)
             .setErrorOutput(ProcessRunner::ErrorOutput::Captured)
             .setForwardInput(false)
             .run();
-    if (!run.succeeded() || document_kind(output) != DocumentKind::Pdf || !mv_file(output, target)) {
+    if (!run.succeeded() || document_kind(document_head(output)) != DocumentKind::Pdf || !mv_file(output, target)) {
         qCWarning(lcDocument).noquote() << "Ghostscript could not convert" << path << "to PDF:"
                                         << QString::fromUtf8(run.standardError).trimmed();
         return {};
