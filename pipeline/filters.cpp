@@ -1,21 +1,33 @@
 #include "pipeline/filters.h"
 
 #include "foundation/ProcessRunner.h"
+#include "foundation/Shutdown.h"
 #include "foundation/TempArea.h"
 #include "foundation/desktop.h"
 #include "foundation/dialogs.h"
 #include "foundation/fileutil.h"
 #include "foundation/pathvars.h"
 #include "pipeline/CompressionSettings.h"
+#include "pipeline/PdfCompressor.h"
 #include "pipeline/PdfKeywords.h"
 #include "pipeline/WorkflowRunner.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
+#include <QFuture>
+#include <QFutureWatcher>
 #include <QLoggingCategory>
+#include <QPromise>
+#include <QThread>
+#include <QThreadPool>
 
+#include <algorithm>
 #include <exception>
+#include <memory>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -139,38 +151,173 @@ QString execute_filter(const QString& inputPath, const QString& filterName, cons
     }
 }
 
+namespace {
+
+// One file on its way through compress_pdfs.
+struct Compression {
+    QString path;
+    QString folder; // private, removed at the end
+    std::shared_ptr<PdfCompressor> compressor;
+    QFuture<PdfCompressor::Report> future;
+};
+
+// The threads the in-process rewrites run on: two files at a time.
+QThreadPool& compressionPool()
+{
+    static QThreadPool pool;
+    static const bool configured = [] {
+        pool.setMaxThreadCount(2);
+        return true;
+    }();
+    Q_UNUSED(configured);
+    return pool;
+}
+
+// Waits for every rewrite while the event loop keeps turning; false when
+// the program is ending, the rewrites then stopped and finished.
+bool waitForRewrites(std::vector<Compression>& work)
+{
+    const auto allFinished = [&] {
+        return std::all_of(work.begin(), work.end(), [](const Compression& c) { return c.future.isFinished(); });
+    };
+    bool ending = Shutdown::isRequested();
+    if (QCoreApplication::instance() && !ending && !allFinished()) {
+        QEventLoop loop;
+        std::vector<std::unique_ptr<QFutureWatcher<PdfCompressor::Report>>> watchers;
+        for (Compression& c : work) {
+            watchers.push_back(std::make_unique<QFutureWatcher<PdfCompressor::Report>>());
+            QObject::connect(watchers.back().get(), &QFutureWatcherBase::finished, &loop, [&] {
+                if (allFinished())
+                    loop.quit();
+            });
+            watchers.back()->setFuture(c.future);
+        }
+        QObject::connect(&Shutdown::instance(), &Shutdown::requested, &loop, [&] {
+            ending = true;
+            loop.quit();
+        });
+        while (!ending && !allFinished()) {
+            // exec() answers -1 at once when the application has been told
+            // to quit: waiting on would spin.
+            if (loop.exec(QEventLoop::AllEvents) == -1 || Shutdown::isRequested())
+                ending = true;
+        }
+    }
+    if (ending)
+        for (Compression& c : work)
+            c.compressor->stop();
+    for (Compression& c : work)
+        c.future.waitForFinished();
+    return !ending;
+}
+
+// Picks the smallest of the file, the in-process rewrite and (when that
+// rewrite failed or left much undone) Ghostscript's output.
+void finishCompression(const Compression& c, const CompressionSettings& settings)
+{
+    const PdfCompressor::Report report = c.future.resultCount() > 0 ? c.future.result() : PdfCompressor::Report {};
+    const qint64 before = qint64(file_size(c.path));
+    QString best;
+    qint64 bestBytes = before;
+    QString engine;
+    if (report.outcome == PdfCompressor::Outcome::Written && report.outputBytes > 0 && report.outputBytes < bestBytes) {
+        best = c.folder + QStringLiteral("/rewritten.pdf");
+        bestBytes = report.outputBytes;
+        engine = QStringLiteral("rewrite (%1 images reduced)").arg(report.imagesReduced);
+    } else if (report.outcome != PdfCompressor::Outcome::Written) {
+        qCInfo(lcFilters).noquote() << "no in-process rewrite of" << c.path << ":" << report.error;
+    }
+    if (report.signedDocument) {
+        qCInfo(lcFilters).noquote() << c.path << "is signed and is left as it is";
+        return;
+    }
+    if (report.ghostscriptMayHelp(before) && !Shutdown::isRequested()) {
+        if (report.outcome == PdfCompressor::Outcome::Written)
+            qCInfo(lcFilters).noquote() << "Ghostscript tries" << c.path
+                                        << QStringLiteral(
+                                               "too: the rewrite left %1 images (%2 bytes) and %3 bytes of whole fonts")
+                                               .arg(report.imagesLeft)
+                                               .arg(report.imageBytesLeft)
+                                               .arg(report.wholeFontBytes);
+        else
+            qCInfo(lcFilters).noquote() << "Ghostscript tries" << c.path << "instead";
+        // Ghostscript's output goes to a private folder under a name of
+        // our own ("%" in an output name would make it write one file per
+        // page).
+        const QString target = c.folder + QStringLiteral("/ghostscript.pdf");
+        const ProcessRunner::Result run
+            = ProcessRunner(QStringLiteral("gs"), settings.ghostscriptArguments(c.path, target))
+                  .setTimeout(settings.timeout)
+                  .setErrorOutput(ProcessRunner::ErrorOutput::Captured)
+                  .setForwardInput(false)
+                  .run();
+        const qint64 bytes = run.succeeded() ? qint64(file_size(target)) : 0;
+        if (!run.succeeded())
+            qCInfo(lcFilters).noquote() << "Ghostscript could not reduce" << c.path << ":"
+                                        << QString::fromUtf8(run.standardError).trimmed();
+        else if (bytes > 0 && bytes < bestBytes) {
+            best = target;
+            bestBytes = bytes;
+            engine = QStringLiteral("Ghostscript");
+        }
+    }
+    if (best.isEmpty() || Shutdown::isRequested())
+        return; // nothing smaller: the source stays as it was
+    if (mv_file(best, c.path))
+        qCInfo(lcFilters).noquote() << "compressed" << c.path << "from" << before << "to" << bestBytes << "bytes by"
+                                    << engine;
+}
+
+} // namespace
+
 void compress_pdf(const QString& path, bool flag)
 {
-    if (!flag || !path.endsWith(QLatin1String(".pdf")))
+    compress_pdfs({ path }, flag);
+}
+
+void compress_pdfs(const QStringList& paths, bool flag)
+{
+    if (!flag)
         return;
-    const std::optional<CompressionSettings> settings =
-        CompressionSettings::fromFile(u(QStringLiteral("${APP_RESOURCES}/ReduceFileSize.qfilter")).toLocalFile());
+    QStringList eligible;
+    for (const QString& path : paths)
+        if (path.endsWith(QLatin1String(".pdf")))
+            eligible << path;
+    if (eligible.isEmpty())
+        return;
+    const std::optional<CompressionSettings> settings
+        = CompressionSettings::fromFile(u(QStringLiteral("${APP_RESOURCES}/ReduceFileSize.qfilter")).toLocalFile());
     if (!settings) {
         qCWarning(lcFilters) << "no usable ReduceFileSize.qfilter; the file is left as it is";
         return;
     }
-    // Ghostscript's output goes to a private folder under a name of our
-    // own ("%" in an output name would make it write one file per page).
-    const QString folder = TempArea::instance().makeDir(QStringLiteral("compress"));
-    if (folder.isEmpty())
-        return;
-    const QString target = folder + QStringLiteral("/compressed.pdf");
-    const ProcessRunner::Result run = ProcessRunner(QStringLiteral("gs"), settings->ghostscriptArguments(path, target))
-                                          .setTimeout(settings->timeout)
-                                          .setErrorOutput(ProcessRunner::ErrorOutput::Captured)
-                                          .setForwardInput(false)
-                                          .run();
-    if (!run.succeeded()) {
-        qCInfo(lcFilters).noquote() << "Ghostscript could not reduce" << path << ":"
-                                    << QString::fromUtf8(run.standardError).trimmed();
-        rm_dir(folder);
-        return;
+    PdfCompressor::Options options = PdfCompressor::Options::fromGhostscriptArguments(settings->arguments);
+    options.timeLimit = settings->timeout;
+    options.threads = std::clamp(QThread::idealThreadCount(), 1, 2);
+
+    std::vector<Compression> work;
+    for (const QString& path : std::as_const(eligible)) {
+        Compression c;
+        c.path = path;
+        c.folder = TempArea::instance().makeDir(QStringLiteral("compress"));
+        if (c.folder.isEmpty())
+            continue;
+        c.compressor = std::make_shared<PdfCompressor>(options);
+        auto promise = std::make_shared<QPromise<PdfCompressor::Report>>();
+        c.future = promise->future();
+        promise->start();
+        compressionPool().start(
+            [promise, compressor = c.compressor, input = path, output = c.folder + QStringLiteral("/rewritten.pdf")] {
+                promise->addResult(compressor->compress(input, output));
+                promise->finish();
+            });
+        work.push_back(std::move(c));
     }
-    const quint64 before = quint64(file_size(path));
-    const quint64 after = quint64(file_size(target));
-    if (after > 0 && after < before)
-        mv_file(target, path);
-    rm_dir(folder); // not smaller: the source stays as it was
+    if (waitForRewrites(work))
+        for (const Compression& c : work)
+            finishCompression(c, *settings);
+    for (const Compression& c : work)
+        rm_dir(c.folder);
 }
 
 QStringList make_temp_fl(const QStringList& paths)

@@ -20,10 +20,18 @@ QString execute_filter(const QString& inputPath, const QString& filterName, cons
 // opens the help page on making workflows runnable.
 void askAboutUnrunnableWorkflow();
 
-// Shrinks a PDF in place with Ghostscript and the settings of
-// "ReduceFileSize.qfilter": only a path ending in lowercase ".pdf" with
-// the flag set, and only a strictly smaller result replaces the file.
+// Shrinks a PDF in place with the settings of "ReduceFileSize.qfilter":
+// only a path ending in lowercase ".pdf" with the flag set, and only a
+// strictly smaller result replaces the file; on any failure the file stays
+// as it was. The document is rewritten in this process (PdfCompressor:
+// lossless rewrite, images drawn finer than the settings' resolution
+// reduced to JPEG); Ghostscript runs as well, under the settings' time
+// limit, when that rewrite fails or leaves much it cannot reduce, and the
+// smallest result wins. The work runs off the calling thread while the
+// event loop turns; quitting stops it and leaves the file alone.
 void compress_pdf(const QString& path, bool flag);
+// The same for several files, two at a time.
+void compress_pdfs(const QStringList& paths, bool flag);
 
 // Copies the files into a new temporary folder; the copies' paths.
 QStringList make_temp_fl(const QStringList& paths);
