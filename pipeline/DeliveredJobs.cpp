@@ -4,8 +4,11 @@
 #include <QLoggingCategory>
 #include <QSet>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,36 +18,82 @@ namespace quirepad {
 
 Q_LOGGING_CATEGORY(lcFlush, "quirepad.spool", QtInfoMsg)
 
-void DeliveredJobs::add(Job job)
-{
-    if (m_jobs.isEmpty())
-        m_since.start();
-    m_jobs.append(std::move(job));
-}
+namespace {
 
-bool DeliveredJobs::isDue() const
+// Flushes the file system of each folder once. Runs on the flush thread:
+// plain system calls only.
+void flushFolders(const std::vector<QByteArray>& folders)
 {
-    return m_jobs.size() >= kMaxJobs || (!m_jobs.isEmpty() && m_since.elapsed() >= kMaxWaitMs);
-}
-
-QList<DeliveredJobs::Job> DeliveredJobs::takeFlushed()
-{
-    QSet<QString> folders;
-    for (const Job& job : std::as_const(m_jobs))
-        if (!job.writtenFolder.isEmpty())
-            folders.insert(job.writtenFolder);
-    QSet<dev_t> flushed;
-    for (const QString& folder : std::as_const(folders)) {
-        const UniqueFd fd(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::vector<dev_t> flushed;
+    for (const QByteArray& folder : folders) {
+        const UniqueFd fd(::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         struct stat st {};
-        if (!fd || ::fstat(fd.get(), &st) != 0 || flushed.contains(st.st_dev))
+        if (!fd || ::fstat(fd.get(), &st) != 0)
+            continue;
+        if (std::find(flushed.begin(), flushed.end(), st.st_dev) != flushed.end())
             continue;
         // The new files, their data and the names in their folders.
         if (::syncfs(fd.get()) != 0)
-            qCWarning(lcFlush).noquote() << "cannot flush" << folder << ":" << QString::fromLocal8Bit(std::strerror(errno));
-        flushed.insert(st.st_dev);
+            qCWarning(lcFlush).noquote() << "cannot flush" << QFile::decodeName(folder) << ":"
+                                         << QString::fromLocal8Bit(std::strerror(errno));
+        flushed.push_back(st.st_dev);
     }
-    return std::exchange(m_jobs, {});
+}
+
+} // namespace
+
+DeliveredJobs::~DeliveredJobs()
+{
+    if (m_flush.valid())
+        m_flush.wait();
+}
+
+void DeliveredJobs::add(Job job)
+{
+    if (m_gathering.isEmpty())
+        m_since.start();
+    m_gathering.append(std::move(job));
+}
+
+void DeliveredJobs::startFlush()
+{
+    QSet<QString> unique;
+    std::vector<QByteArray> folders;
+    for (const Job& job : std::as_const(m_gathering))
+        if (!job.writtenFolder.isEmpty() && !unique.contains(job.writtenFolder)) {
+            unique.insert(job.writtenFolder);
+            folders.push_back(QFile::encodeName(job.writtenFolder));
+        }
+    m_flushing = std::exchange(m_gathering, {});
+    m_flush = std::async(std::launch::async, flushFolders, std::move(folders));
+}
+
+QList<DeliveredJobs::Job> DeliveredJobs::takeDurable()
+{
+    QList<Job> durable;
+    if (m_flush.valid() && m_flush.wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
+        m_flush.get();
+        durable = std::exchange(m_flushing, {});
+    }
+    const bool due = m_gathering.size() >= kMaxJobs || (!m_gathering.isEmpty() && m_since.elapsed() >= kMaxWaitMs);
+    if (due && !m_flush.valid())
+        startFlush();
+    return durable;
+}
+
+QList<DeliveredJobs::Job> DeliveredJobs::takeAllDurable()
+{
+    QList<Job> durable;
+    if (m_flush.valid()) {
+        m_flush.get();
+        durable = std::exchange(m_flushing, {});
+    }
+    if (!m_gathering.isEmpty()) {
+        startFlush();
+        m_flush.get();
+        durable += std::exchange(m_flushing, {});
+    }
+    return durable;
 }
 
 } // namespace quirepad

@@ -6,18 +6,21 @@
 #include <QList>
 #include <QString>
 
+#include <future>
+
 namespace quirepad {
 
 // Delivered spool jobs wait here until what was written for them is on
 // disk; then they may leave the spool. The file systems written to are
 // flushed once per group of jobs (kMaxJobs, or kMaxWaitMs after the first
-// one), so a crash delivers at most one group a second time and never
-// loses a job, while a big batch pays one flush per group instead of one
-// per file.
+// one), on a thread of its own while the next group is delivered, so a big
+// batch never waits for the disk; one group is flushed at a time. A crash
+// therefore delivers again at most the group being flushed and the one
+// being gathered, and never loses a job.
 class DeliveredJobs
 {
 public:
-    static constexpr int kMaxJobs = 64;
+    static constexpr int kMaxJobs = 32;
     static constexpr qint64 kMaxWaitMs = 250;
 
     struct Job {
@@ -26,15 +29,25 @@ public:
         QString writtenFolder; // where the delivery was written; may be empty
     };
 
+    DeliveredJobs() = default;
+    ~DeliveredJobs();
+    DeliveredJobs(const DeliveredJobs&) = delete;
+    DeliveredJobs& operator=(const DeliveredJobs&) = delete;
+
     void add(Job job);
-    bool isEmpty() const { return m_jobs.isEmpty(); }
-    bool isDue() const;
-    // Flushes every file system written to (once each) and answers the
-    // jobs that may now leave the spool.
-    QList<Job> takeFlushed();
+    bool isEmpty() const { return m_gathering.isEmpty() && m_flushing.isEmpty(); }
+    // Starts flushing the group gathered so far when it is due and no
+    // flush is under way; answers the jobs whose flush has ended (they may
+    // leave the spool now). Never waits.
+    QList<Job> takeDurable();
+    // Flushes everything delivered and waits for it: the end of a batch.
+    QList<Job> takeAllDurable();
 
 private:
-    QList<Job> m_jobs;
+    void startFlush();
+    QList<Job> m_gathering;
+    QList<Job> m_flushing;
+    std::future<void> m_flush;
     QElapsedTimer m_since;
 };
 

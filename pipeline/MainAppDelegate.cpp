@@ -80,6 +80,9 @@ void MainAppDelegate::applicationDidFinishLaunching()
     installCUPSSupport(false);
     m_workflows.installWorkflows();
     removeStalePartialFiles();
+    SpoolFolder leftovers;
+    leftovers.setUser(user_name());
+    leftovers.purgeRetired(true); // what a killed run had taken out of the queue
 
     // More than one installed copy of the program confuses the desktop.
     QStringList installs;
@@ -230,7 +233,8 @@ void MainAppDelegate::processAllFiles()
 
 MainAppDelegate::SpoolJobs MainAppDelegate::waitingJobs() const
 {
-    SpoolFolder& spool = spoolFolder();
+    const std::shared_ptr<SpoolFolder> folder = spoolFolder();
+    SpoolFolder& spool = *folder;
     if (!spool.isOpen()) {
         if (spool.problem() != m_reportedSpoolProblem) {
             m_reportedSpoolProblem = spool.problem();
@@ -249,13 +253,13 @@ MainAppDelegate::SpoolJobs MainAppDelegate::waitingJobs() const
     return jobs;
 }
 
-SpoolFolder& MainAppDelegate::spoolFolder() const
+std::shared_ptr<SpoolFolder> MainAppDelegate::spoolFolder() const
 {
     // Opened again for every scan, so a folder made (or mended) by the
     // installer after launch is seen.
     if (!m_running || !m_spool)
-        m_spool = std::make_unique<SpoolFolder>();
-    return *m_spool;
+        m_spool = std::make_shared<SpoolFolder>();
+    return m_spool;
 }
 
 bool MainAppDelegate::is_running()
@@ -290,13 +294,16 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     emit runningChanged(true);
 
     ManagedObjectContext* context = managedObjectContext();
-    SpoolFolder& spool = spoolFolder();
+    // The batch keeps its folder, whatever a scan in one of its waits opens.
+    const std::shared_ptr<SpoolFolder> folder = spoolFolder();
+    SpoolFolder& spool = *folder;
     QString batchDestination = destination;
     bool nobodyToAsk = false;
     DeliveredJobs delivered;
     for (const QString& path : paths) {
         if (!is_running()) {
-            removeDelivered(delivered);
+            removeFromSpool(spool, delivered.takeAllDurable());
+            spool.purgeRetired();
             return false; // stopped: the rest stay in the spool
         }
         // Temporary files of this job go when it is done.
@@ -391,10 +398,10 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
                            processor && !processor->resultFile.isEmpty() ? path_dirname(processor->resultFile) : QString()});
         emit jobFinished(path, removed);
         setCurrentFileInfo({});
-        if (delivered.isDue())
-            removeDelivered(delivered);
+        removeFromSpool(spool, delivered.takeDurable());
     }
-    removeDelivered(delivered);
+    removeFromSpool(spool, delivered.takeAllDurable());
+    spool.purgeRetired();
     m_running = false;
     emit runningChanged(false);
     if (!m_followingBatches.isEmpty()) {
@@ -408,13 +415,10 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     return true;
 }
 
-void MainAppDelegate::removeDelivered(DeliveredJobs& delivered)
+void MainAppDelegate::removeFromSpool(SpoolFolder& spool, const QList<DeliveredJobs::Job>& durable)
 {
-    if (delivered.isEmpty())
-        return;
-    SpoolFolder& spool = spoolFolder();
-    for (const DeliveredJobs::Job& job : delivered.takeFlushed())
-        spool.removeJob(job.name, job.identity);
+    for (const DeliveredJobs::Job& job : durable)
+        spool.retireJob(job.name, job.identity);
 }
 
 void MainAppDelegate::keep(const QString& path, const QString& title, const QString& reason)

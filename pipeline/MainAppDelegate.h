@@ -3,6 +3,7 @@
 #include "pipeline/DestinationChooser.h"
 #include "pipeline/WorkflowLibrary.h"
 #include "foundation/safefile.h"
+#include "pipeline/DeliveredJobs.h"
 #include "store/MainAppDelegateBase.h"
 
 #include <QMap>
@@ -16,7 +17,6 @@
 
 namespace quirepad {
 
-class DeliveredJobs;
 class SpoolFolder;
 class TriggerWatcher;
 
@@ -95,12 +95,12 @@ signals:
 
 private:
     bool isSpoolJob(const QString& path) const;
-    // Makes the deliveries durable, then removes their spool jobs.
-    void removeDelivered(DeliveredJobs& delivered);
+    // Removes the jobs whose deliveries are on disk from the spool.
+    void removeFromSpool(SpoolFolder& spool, const QList<DeliveredJobs::Job>& durable);
     void keep(const QString& path, const QString& title, const QString& reason);
     void forgetKeptJobsNotIn(const SpoolJobs& jobs);
     void removeStalePartialFiles();
-    SpoolFolder& spoolFolder() const;
+    std::shared_ptr<SpoolFolder> spoolFolder() const;
     void setCurrentFileInfo(const QVariantMap& info);
     void schedule(double seconds, std::function<void()> call);
 
@@ -112,7 +112,7 @@ private:
     std::unique_ptr<DestinationChooser> m_chooser;
     QList<Batch> m_followingBatches; // files that arrived during a batch
     std::unique_ptr<TriggerWatcher> m_watcher;
-    mutable std::unique_ptr<SpoolFolder> m_spool;
+    mutable std::shared_ptr<SpoolFolder> m_spool;
     mutable QString m_reportedSpoolProblem;
     WorkflowLibrary m_workflows;
     std::function<bool()> m_sessionActive;

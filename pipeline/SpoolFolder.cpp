@@ -13,6 +13,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
 namespace quirepad {
 
 Q_LOGGING_CATEGORY(lcSpoolFolder, "quirepad.spool", QtInfoMsg)
@@ -164,6 +168,77 @@ bool SpoolFolder::removeJob(const QString& name, const FileIdentity& identity)
     // The info goes with its job; a missing one is no error.
     safefile::removeFile(m_spool.get(), QFile::encodeName(name + QStringLiteral(".info")), me());
     return removed;
+}
+
+namespace {
+const QByteArray kRetiredPrefix = ".quirepad-done-";
+constexpr time_t kOrphanInfoSeconds = 10 * 60;
+} // namespace
+
+bool SpoolFolder::retire(const QByteArray& name, std::optional<FileIdentity> identity)
+{
+    struct stat st {};
+    if (::fstatat(m_spool.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0
+        || !safefile::refusal(st, me()).isEmpty() || (identity && !(*identity == FileIdentity::of(st))))
+        return false;
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        unsigned char bytes[6];
+        ::arc4random_buf(bytes, sizeof bytes);
+        const QByteArray hidden = kRetiredPrefix + QByteArray(reinterpret_cast<const char*>(bytes), sizeof bytes).toHex();
+        if (::renameat2(m_spool.get(), name.constData(), m_spool.get(), hidden.constData(), RENAME_NOREPLACE) == 0) {
+            m_retired.append(hidden);
+            return true;
+        }
+        if (errno != EEXIST)
+            break;
+    }
+    return false;
+}
+
+bool SpoolFolder::retireJob(const QString& name, const FileIdentity& identity)
+{
+    if (!isOpen())
+        return false;
+    if (!retire(QFile::encodeName(name), identity)) {
+        qCWarning(lcSpoolFolder).noquote() << "cannot take" << m_path + name << "out of the queue; removing it instead";
+        return removeJob(name, identity);
+    }
+    retire(QFile::encodeName(name + QStringLiteral(".info")), std::nullopt);
+    return true;
+}
+
+void SpoolFolder::purgeRetired(bool leftovers)
+{
+    if (!isOpen())
+        return;
+    QList<QByteArray> names = std::exchange(m_retired, {});
+    if (leftovers) {
+        const int fd = ::dup(m_spool.get());
+        std::unique_ptr<DIR, DirCloser> dir(fd < 0 ? nullptr : ::fdopendir(fd));
+        if (!dir && fd >= 0)
+            ::close(fd);
+        if (dir) {
+            ::rewinddir(dir.get());
+            const time_t now = ::time(nullptr);
+            while (const dirent* entry = ::readdir(dir.get())) {
+                const QByteArray name(entry->d_name);
+                struct stat st {};
+                if (name.startsWith(kRetiredPrefix)) {
+                    names << name;
+                } else if (name.endsWith(".info") && name.startsWith(QFile::encodeName(m_user))
+                           && ::fstatat(m_spool.get(), name.left(name.size() - 5).constData(), &st, AT_SYMLINK_NOFOLLOW) != 0
+                           && ::fstatat(m_spool.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0
+                           && now - st.st_mtime > kOrphanInfoSeconds) {
+                    // The info of a job that went without it (a run killed
+                    // between the two renames): long enough ago that no
+                    // backend is about to put the job beside it.
+                    names << name;
+                }
+            }
+        }
+    }
+    for (const QByteArray& name : std::as_const(names))
+        safefile::removeFile(m_spool.get(), name, me()); // only our own files
 }
 
 int SpoolFolder::clearQueue()

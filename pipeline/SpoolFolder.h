@@ -51,6 +51,18 @@ public:
     QVariantMap readInfo(const QString& jobName);
     // Removes the job (only the file that was opened as it) and its info.
     bool removeJob(const QString& name, const FileIdentity& identity);
+    // Takes a delivered job out of the queue at once by renaming it (and
+    // its info) to a hidden name of ours, ".quirepad-done-XXXXXXXXXXXX";
+    // purgeRetired() removes those files later. A rename frees no inode, so
+    // the deliveries being written meanwhile are not slowed down by the
+    // file system's search among freshly freed ones.
+    bool retireJob(const QString& name, const FileIdentity& identity);
+    // Removes what was retired, and (with leftovers) what a killed run
+    // left: retired files of ours, and infos of this user's whose job has
+    // been gone for ten minutes.
+    void purgeRetired(bool leftovers = false);
+    // The user whose jobs the folder serves (for the leftovers).
+    void setUser(const QString& userName) { m_user = userName + QStringLiteral("-D3F2UG-"); }
     // Removes every job file and info of this user's; answers how many
     // files went.
     int clearQueue();
@@ -59,7 +71,11 @@ private:
     void open(const QString& sharedDirectory);
     void logOnce(const QString& name, const struct stat& st, const QString& why);
 
+    bool retire(const QByteArray& name, std::optional<FileIdentity> identity);
+
     UniqueFd m_spool;
+    QList<QByteArray> m_retired;
+    QString m_user;
     QString m_path;
     QString m_problem;
 };

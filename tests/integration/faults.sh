@@ -85,10 +85,9 @@ wait_for_file() { # PATH SECONDS
 
 gs -dSAFER -dBATCH -dNOPAUSE -dQUIET -sDEVICE=pdfwrite -sOutputFile="$D/doc.pdf" \
     -c "/Helvetica findfont 20 scalefont setfont 72 700 moveto (Fault sample) show showpage" || exit 1
-# A document that keeps Ghostscript busy for a while: many pages of shapes.
-gs -dSAFER -dBATCH -dNOPAUSE -dQUIET -sDEVICE=pdfwrite -sOutputFile="$D/long.pdf" -c \
-    "1 1 1500 { /Helvetica findfont 12 scalefont setfont 0 20 780 { 50 exch moveto (Page of a long report) show } for \
-     0 5 500 { dup 40 add 100 moveto 300 lineto stroke } for showpage pop } for" || exit 1
+# A PostScript document that keeps Ghostscript busy for a while (many pages
+# of shapes): a compressing destination has it converted to PDF first.
+printf '%%!PS-Adobe-3.0\n1 1 3000 { /Helvetica findfont 12 scalefont setfont 0 20 780 { 50 exch moveto (Page of a long report) show } for 0 5 500 { dup 40 add 100 moveto 300 lineto stroke } for showpage pop } for\n' >"$D/long.ps"
 
 # Destinations: a folder, a slow workflow (with a child of its own), a
 # compressing folder, a sleepy filter, a folder on a small file system.
@@ -155,8 +154,8 @@ for waiting in "a dialog" "the destination panel"; do
     end
 done
 
-begin "SIGTERM while Ghostscript compresses"
-put_job "Long report" Squeeze "$D/long.pdf"
+begin "SIGTERM while Ghostscript converts"
+put_job "Long report" Squeeze "$D/long.ps"
 start_app
 gspid=
 for _ in $(seq 200); do gspid=$(pgrep -P "$APP" -x gs) && break; sleep 0.05; done
@@ -184,13 +183,17 @@ for round in $(seq 10); do
     kill -KILL "$APP"; wait "$APP" 2>/dev/null; APP=
     at=$(ls "$D/out" | grep -c '^J')
     start_app
-    for _ in $(seq 200); do [ -z "$(ls "$SPOOL")" ] && break; sleep 0.05; done
+    for _ in $(seq 200); do [ -z "$(ls -A "$SPOOL")" ] && break; sleep 0.05; done
     stop_app >/dev/null
+    # A kill between a job's rename and its info's may leave the info alone
+    # (removed ten minutes later); nothing else may stay.
+    orphans=$(ls -A "$SPOOL" | grep -c '\.info$')
+    [ -z "$(ls -A "$SPOOL" | grep -v '\.info$')" ] || fail "left in the spool after the restart: $(ls -A "$SPOOL" | head -3)"
     lost=0
     for i in $(seq -w 200); do [ -e "$D/out/J$i.pdf" ] || in_spool "J$i" || lost=$((lost + 1)); done
     dup=$(ls "$D/out" | grep -c ' 1\.pdf$')
     partial=$(ls -A "$D/out" | grep -c '^\.quirepad-')
-    log "  round $round: killed after $at delivered; lost $lost, duplicated $dup, partial files left $partial"
+    log "  round $round: killed after $at delivered; lost $lost, duplicated $dup, partial files left $partial, lone infos $orphans"
     total_lost=$((total_lost + lost))
     total_dup=$((total_dup + dup))
     [ "$dup" -gt "$worst_dup" ] && worst_dup=$dup
@@ -199,7 +202,8 @@ for round in $(seq 10); do
 done
 log "  ten kills: lost $total_lost, duplicated $total_dup (at most $worst_dup in one round)"
 [ "$total_lost" -eq 0 ] || fail "jobs were lost"
-[ "$worst_dup" -le 64 ] || fail "more than one flush group was delivered twice"
+# One group (32) being flushed and the next being gathered at most.
+[ "$worst_dup" -le 64 ] || fail "more than two flush groups were delivered twice"
 end
 
 # 5. A full destination keeps the job, says so in plain words, leaves no
