@@ -5,7 +5,7 @@
 # copies the file; how fast a spool of 1,000 jobs is delivered compared with
 # a plain cp of the same files; how soon a job waiting at start is
 # delivered; and how much memory the idle application holds.
-#   bench_print.sh BUILD_DIR        (as root; a release build, under a minute)
+#   bench_print.sh BUILD_DIR        (as root; a release build, about two minutes)
 # Environment: LATENCY_JOBS (20), BATCH_JOBS (1000), BATCH_KB (100),
 # BENCH_TMPDIR (/tmp: the file system the spool and the folders are on).
 # Prints a table and one PASS/FAIL line per target; exit 0 when all pass,
