@@ -68,31 +68,13 @@ int installDriver(const AppSession& session, const CommandInvocation& call)
     QString problem;
     if (!takeInstallerOptions(call, arguments, problem))
         return call.fail(problem, 2);
-    // The installer may run without our environment (pkexec clears it):
-    // the shared folder this program uses is named to it.
-    if (!qEnvironmentVariableIsEmpty("QUIREPAD_SHARED_DIR")) {
-        QString shared = SpoolLocations::sharedDirectory();
-        shared.chop(1); // the trailing slash
-        arguments.prepend(shared);
-        arguments.prepend(QStringLiteral("--shared-dir"));
-    }
-    QString program = session.driverInstaller().installerScript();
-    if (::geteuid() != 0) {
-        const QString pkexec = QStandardPaths::findExecutable(QStringLiteral("pkexec"));
-        if (pkexec.isEmpty())
-            return call.fail(QStringLiteral("installing the print driver needs root: run %1 as root").arg(program));
-        arguments.prepend(program);
-        program = pkexec;
-    }
-    const ProcessRunner::Result result = ProcessRunner(program, arguments)
-                                             .setErrorOutput(ProcessRunner::ErrorOutput::Captured)
-                                             .setTimeout(std::chrono::minutes(5))
-                                             .run();
+    const DriverInstaller& installer = session.driverInstaller();
+    const ProcessRunner::Result result = installer.run(arguments);
     writeLines(call.out, result.standardOutput);
     writeLines(call.err, result.standardError);
     if (!result.started)
-        return call.fail(
-            QStringLiteral("the driver installer %1 could not be started: %2").arg(program, result.errorString));
+        return call.fail(QStringLiteral("the driver installer %1 could not be started: %2")
+                             .arg(installer.installerScript(), result.errorString));
     if (result.timedOut || result.interrupted || result.crashed)
         return call.fail(QStringLiteral("the driver installer did not finish (%1)")
                              .arg(result.timedOut         ? QStringLiteral("it took too long")

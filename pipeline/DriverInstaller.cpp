@@ -4,12 +4,17 @@
 #include "foundation/fileutil.h"
 #include "foundation/pathvars.h"
 
+#include "pipeline/jobinfo.h"
+
 #include <QFileInfo>
+#include <QLoggingCategory>
 #include <QStandardPaths>
 
 #include <unistd.h>
 
 namespace quirepad {
+
+Q_LOGGING_CATEGORY(lcInstaller, "quirepad.driver", QtInfoMsg)
 
 DriverInstaller::DriverInstaller()
     : DriverInstaller(Paths{})
@@ -41,20 +46,38 @@ bool DriverInstaller::isCurrent() const
            && QFileInfo::exists(m_paths.installedPpd);
 }
 
-int DriverInstaller::install() const
+ProcessRunner::Result DriverInstaller::run(const QStringList& options) const
 {
+    QStringList arguments = options;
+    if (!qEnvironmentVariableIsEmpty("QUIREPAD_SHARED_DIR")) {
+        QString shared = SpoolLocations::sharedDirectory();
+        shared.chop(1); // the trailing slash
+        arguments = QStringList{QStringLiteral("--shared-dir"), shared} + arguments;
+    }
     QString program = installerScript();
-    QStringList arguments;
     if (::geteuid() != 0) {
         const QString pkexec = QStandardPaths::findExecutable(QStringLiteral("pkexec"));
-        if (pkexec.isEmpty())
-            return -1;
-        arguments << program;
+        if (pkexec.isEmpty()) {
+            ProcessRunner::Result notStarted;
+            notStarted.errorString = QStringLiteral("installing the print driver needs root: run %1 as root").arg(program);
+            return notStarted;
+        }
+        arguments.prepend(program);
         program = pkexec;
     }
-    const ProcessRunner::Result result =
-        ProcessRunner(program, arguments).setTimeout(std::chrono::minutes(5)).run();
-    if (!result.started || result.crashed || result.timedOut)
+    return ProcessRunner(program, arguments)
+        .setErrorOutput(ProcessRunner::ErrorOutput::Captured)
+        .setTimeout(std::chrono::minutes(5))
+        .run();
+}
+
+int DriverInstaller::install() const
+{
+    const ProcessRunner::Result result = run();
+    for (const QByteArray& line : (result.standardOutput + result.standardError).split('\n'))
+        if (!line.trimmed().isEmpty())
+            qCInfo(lcInstaller).noquote() << QString::fromLocal8Bit(line);
+    if (!result.started || result.crashed || result.timedOut || result.interrupted)
         return -1;
     return result.exitCode;
 }

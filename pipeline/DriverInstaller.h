@@ -1,5 +1,7 @@
 #pragma once
 
+#include "foundation/ProcessRunner.h"
+
 #include <QString>
 
 namespace quirepad {
@@ -26,9 +28,14 @@ public:
     // and the PPD is in place.
     bool isCurrent() const;
 
-    // Runs the installer: directly as root, otherwise through pkexec.
-    // Answers its exit status (-1 when it could not start); its messages
-    // go to standard error.
+    // Runs the installer with the given options: directly as root,
+    // otherwise through pkexec (none there: not started). The shared
+    // folder this program uses is named to it (pkexec clears the
+    // environment). Its output is captured.
+    ProcessRunner::Result run(const QStringList& options = {}) const;
+
+    // run() without options: its exit status, -1 when it could not start
+    // or did not finish; its messages are logged.
     int install() const;
 
 private:
