@@ -38,6 +38,16 @@ QString DialogService::informativeFor(const Error& error)
     return parts.join(QStringLiteral("\n\n"));
 }
 
+bool DialogService::isRepeatedNotification(const QString& title, const QString& text)
+{
+    const QString key = title + u'\n' + text;
+    if (key == m_lastNotification && m_sinceNotification.isValid() && m_sinceNotification.elapsed() < kRepeatMs)
+        return true;
+    m_lastNotification = key;
+    m_sinceNotification.start();
+    return false;
+}
+
 DialogService& DialogService::current()
 {
     auto& instance = currentInstance();

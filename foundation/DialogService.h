@@ -2,6 +2,7 @@
 
 #include "foundation/Error.h"
 
+#include <QElapsedTimer>
 #include <QString>
 #include <QStringList>
 
@@ -57,10 +58,21 @@ public:
     // (null when none was set), so that it can be put back later.
     static std::unique_ptr<DialogService> exchangeCurrent(std::unique_ptr<DialogService> service);
 
+    // A burst of the same notification (a batch of deliveries) is shown
+    // once per kRepeatMs, not once per file: whether this one repeats the
+    // last one shown that recently (then it is not shown); notes it as
+    // shown otherwise.
+    static constexpr qint64 kRepeatMs = 2000;
+    bool isRepeatedNotification(const QString& title, const QString& text);
+
 protected:
     DialogService() = default;
     DialogService(const DialogService&) = delete;
     DialogService& operator=(const DialogService&) = delete;
+
+private:
+    QString m_lastNotification;
+    QElapsedTimer m_sinceNotification;
 };
 
 } // namespace quirepad

@@ -73,6 +73,9 @@ void ScriptedDialogService::record(Interaction interaction)
             + (interaction.answer.isValid() ? interaction.answer.toString() : QStringLiteral("(nothing)"));
     }
     qCInfo(lcDesktop).noquote() << line;
+    // A long-running instance keeps the recent ones only.
+    if (m_interactions.size() >= 2 * kKeptInteractions)
+        m_interactions.remove(0, kKeptInteractions);
     m_interactions.append(std::move(interaction));
 }
 

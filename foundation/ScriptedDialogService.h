@@ -38,6 +38,8 @@ public:
     void enqueueAnswer(const QVariant& answer);
     qsizetype pendingAnswers() const { return m_answers.size(); }
 
+    // The recent interactions (at least the last kKeptInteractions).
+    static constexpr qsizetype kKeptInteractions = 256;
     const QList<Interaction>& interactions() const { return m_interactions; }
     void clearInteractions() { m_interactions.clear(); }
 

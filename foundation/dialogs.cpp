@@ -75,9 +75,11 @@ QString MYDisplayPrompt(const QString& text, const QString& initial, const QStri
 
 void MYDisplayNotification(const QString& title, const QString& text, const QString& revealPath)
 {
-    if (UserDefaults::standard().boolValue(QStringLiteral("disable_all_displaynotifications")))
+    DialogService& service = DialogService::current();
+    if (service.isRepeatedNotification(title, text)
+        || UserDefaults::standard().boolValue(QStringLiteral("disable_all_displaynotifications")))
         return;
-    DialogService::current().notify(title, text, revealPath);
+    service.notify(title, text, revealPath);
 }
 
 } // namespace quirepad

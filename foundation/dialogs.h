@@ -29,7 +29,8 @@ QString MYDisplayPrompt(const QString& text, const QString& initial, const QStri
 
 // A desktop notification, unless the "disable_all_displaynotifications"
 // setting is on. revealPath is shown in the file manager when the
-// notification is activated.
+// notification is activated. The same title and text again within two
+// seconds of showing them is not shown again.
 void MYDisplayNotification(const QString& title, const QString& text, const QString& revealPath = {});
 
 } // namespace quirepad

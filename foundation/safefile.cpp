@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -79,10 +80,8 @@ UniqueFd openFile(int dirfd, const QByteArray& name, int flags, Owner owner, QSt
         setWhy(why, refused);
         return {};
     }
-    // Reads and writes may block from here on, as on any regular file.
-    const int status = ::fcntl(fd.get(), F_GETFL);
-    if (status >= 0)
-        ::fcntl(fd.get(), F_SETFL, status & ~O_NONBLOCK);
+    // O_NONBLOCK stays: it only kept the open from waiting on a FIFO, and
+    // reads and writes of a regular file ignore it.
     if (out)
         *out = st;
     return fd;
@@ -143,12 +142,15 @@ bool removeFile(int dirfd, const QByteArray& name, Owner owner, std::optional<Fi
     return true;
 }
 
-std::optional<QByteArray> readAll(int fd, qint64 limit)
+std::optional<QByteArray> readAll(int fd, qint64 limit, qint64 expectedSize)
 {
     QByteArray data;
-    char buffer[1 << 16];
+    // A regular file of a known size is read in one call: a read shorter
+    // than asked is its end.
+    const bool sized = expectedSize >= 0 && expectedSize < limit;
+    QByteArray buffer(sized ? qsizetype(expectedSize) + 1 : qsizetype(1 << 16), Qt::Uninitialized);
     while (data.size() <= limit) {
-        const ssize_t got = ::read(fd, buffer, sizeof buffer);
+        const ssize_t got = ::read(fd, buffer.data(), size_t(buffer.size()));
         if (got < 0) {
             if (errno == EINTR)
                 continue;
@@ -156,12 +158,58 @@ std::optional<QByteArray> readAll(int fd, qint64 limit)
         }
         if (got == 0)
             break;
-        data.append(buffer, qsizetype(got));
+        data.append(buffer.constData(), qsizetype(got));
+        if (sized && got < buffer.size())
+            break;
     }
     if (data.size() > limit + 1)
         data.truncate(limit + 1);
     return data;
 }
+
+namespace {
+
+// Copies all of in (from its start) to out; answers 0 or the errno.
+int copyData(int in, int out)
+{
+    off_t offset = 0;
+    for (;;) {
+        // copy_file_range shares blocks where the file system can, and
+        // never passes the data through user space.
+        const ssize_t n = ::copy_file_range(in, &offset, out, nullptr, 1 << 30, 0);
+        if (n > 0)
+            continue;
+        if (n == 0)
+            return 0;
+        if (errno == EINTR)
+            continue;
+        if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)
+            return errno;
+        break;
+    }
+    // Older kernels and some file systems: plain reads and writes.
+    char buffer[1 << 16];
+    for (;;) {
+        const ssize_t got = ::pread(in, buffer, sizeof buffer, offset);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return errno;
+        if (got == 0)
+            return 0;
+        for (ssize_t done = 0; done < got;) {
+            const ssize_t put = ::write(out, buffer + done, size_t(got - done));
+            if (put < 0 && errno == EINTR)
+                continue;
+            if (put < 0)
+                return errno;
+            done += put;
+        }
+        offset += got;
+    }
+}
+
+} // namespace
 
 bool copyToNewFile(int fd, const QString& path, QString* why, int* error)
 {
@@ -174,44 +222,47 @@ bool copyToNewFile(int fd, const QString& path, QString* why, int* error)
     UniqueFd out(::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!out)
         return failed(errno);
-    off_t offset = 0;
-    for (;;) {
-        // copy_file_range shares blocks where the file system can, and
-        // never passes the data through user space.
-        const ssize_t n = ::copy_file_range(fd, &offset, out.get(), nullptr, 1 << 30, 0);
-        if (n > 0)
-            continue;
-        if (n == 0)
-            break;
-        if (errno == EINTR)
-            continue;
-        if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)
-            return failed(errno);
-        // Older kernels and some file systems: plain reads and writes.
-        char buffer[1 << 16];
-        for (;;) {
-            const ssize_t got = ::pread(fd, buffer, sizeof buffer, offset);
-            if (got < 0 && errno == EINTR)
-                continue;
-            if (got < 0)
-                return failed(errno);
-            if (got == 0)
-                break;
-            for (ssize_t done = 0; done < got;) {
-                const ssize_t put = ::write(out.get(), buffer + done, size_t(got - done));
-                if (put < 0 && errno == EINTR)
-                    continue;
-                if (put < 0)
-                    return failed(errno);
-                done += put;
-            }
-            offset += got;
-        }
-        break;
-    }
+    if (const int code = copyData(fd, out.get()))
+        return failed(code);
     if (::close(out.release()) != 0)
         return failed(errno);
     return true;
+}
+
+UniqueFd copyToUnnamedFile(int fd, const QByteArray& folder, int* error)
+{
+    UniqueFd out(::open(folder.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    if (!out) {
+        *error = errno;
+        return {};
+    }
+    if (const int code = copyData(fd, out.get())) {
+        *error = code;
+        return {};
+    }
+    *error = 0;
+    return out;
+}
+
+int linkUnnamedFile(int fd, const QByteArray& path)
+{
+    // A name that exists (a link too) is never replaced. Linux 6.10 and
+    // later name a file by its descriptor for the process that opened it;
+    // before that, only through /proc, the way open(2) documents.
+    // (Older kernels answer ENOENT, as for a missing folder.)
+    static std::atomic<bool> byDescriptor = true;
+    const bool tried = byDescriptor;
+    if (tried) {
+        if (::linkat(fd, "", AT_FDCWD, path.constData(), AT_EMPTY_PATH) == 0)
+            return 0;
+        if (errno != ENOENT && errno != EPERM && errno != EINVAL)
+            return errno;
+    }
+    const QByteArray self = "/proc/self/fd/" + QByteArray::number(fd);
+    if (::linkat(AT_FDCWD, self.constData(), AT_FDCWD, path.constData(), AT_SYMLINK_FOLLOW) != 0)
+        return errno;
+    byDescriptor = false; // /proc can, the descriptor could not
+    return 0;
 }
 
 } // namespace safefile

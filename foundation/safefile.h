@@ -86,13 +86,23 @@ bool removeFile(int dirfd, const QByteArray& name, Owner owner, std::optional<Fi
                 QString* why = nullptr);
 
 // Reads at most limit + 1 bytes from an open file (more than limit: the
-// caller sees the size and decides).
-std::optional<QByteArray> readAll(int fd, qint64 limit);
+// caller sees the size and decides). With the size of a regular file
+// known (fstat), one read usually does.
+std::optional<QByteArray> readAll(int fd, qint64 limit, qint64 expectedSize = -1);
 
 // Copies an open file into a new file at path (created exclusively, mode
 // 0600, no link followed). Answers whether all of it was written.
 // *error gets the errno of a failure.
 bool copyToNewFile(int fd, const QString& path, QString* why = nullptr, int* error = nullptr);
+
+// Copies an open file into a new file without a name in folder
+// (O_TMPFILE, mode 0600): nobody sees it, and nothing is left behind when
+// the process dies, until linkUnnamedFile() names it. Invalid with the
+// errno in *error (EOPNOTSUPP, EISDIR: the file system cannot).
+UniqueFd copyToUnnamedFile(int fd, const QByteArray& folder, int* error);
+// Gives such a file its name; never replaces an existing one (EEXIST).
+// Answers 0 or the errno.
+int linkUnnamedFile(int fd, const QByteArray& path);
 
 } // namespace safefile
 

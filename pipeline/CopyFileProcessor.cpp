@@ -180,13 +180,9 @@ bool CopyFileProcessor::copyTempFile(const QString& source, const QString& targe
         if (!deliverCopy(source, chosen))
             return true;
     } else {
-        try {
-            ensure_dirname_exists(target);
-        } catch (const InternalError& error) {
-            fail(error.reason());
-            return true;
-        }
-        chosen = (!path_exists(target) || do_overwrite) ? target : mk_unique_filename(target);
+        // A name taken already is never replaced (unless overwriting): the
+        // next free one is used instead.
+        chosen = target;
         if (!deliverCopy(source, chosen, do_overwrite))
             return true;
     }
@@ -228,6 +224,17 @@ bool CopyFileProcessor::readsSourceOnly() const
            && !config.value(QStringLiteral("ask_to_confim")).toBool();
 }
 
+bool CopyFileProcessor::makeFolderFor(const QString& target)
+{
+    try {
+        ensure_dirname_exists(target);
+        return true;
+    } catch (const InternalError& error) {
+        fail(error.reason());
+        return false;
+    }
+}
+
 bool CopyFileProcessor::deliverCopy(const QString& source, QString& target, bool replace)
 {
     // The source descriptor stands for the path it was given with.
@@ -238,20 +245,51 @@ bool CopyFileProcessor::deliverCopy(const QString& source, QString& target, bool
         fail(QStringLiteral("%1 cannot be read: %2.").arg(source, QString::fromLocal8Bit(std::strerror(errno))));
         return false;
     }
-    // Written under a short hidden name of ours in the target's folder
-    // (whatever the target's length), renamed into place when complete:
-    // nobody ever sees half a file under the real name. The process id in
-    // it tells the next start which partial files a killed run left.
+    int error = 0;
+    if (!replace) {
+        // Written without a name in the target's folder and named when
+        // complete: nobody ever sees half a file, and a killed run leaves
+        // nothing behind. Linking never replaces a name that exists.
+        const QByteArray folder = QFile::encodeName(path_dirname(target));
+        UniqueFd unnamed = safefile::copyToUnnamedFile(in, folder, &error);
+        if (!unnamed && (error == ENOENT || error == ENOTDIR)) {
+            if (!makeFolderFor(target))
+                return false;
+            unnamed = safefile::copyToUnnamedFile(in, folder, &error);
+        }
+        if (unnamed) {
+            for (int attempt = 0;; ++attempt) {
+                error = safefile::linkUnnamedFile(unnamed.get(), QFile::encodeName(target));
+                if (error != EEXIST || attempt >= 100)
+                    break;
+                target = mk_unique_filename(target);
+            }
+            if (error == 0) {
+                qCInfo(lcDelivery).noquote() << "delivered" << target;
+                return true;
+            }
+            if (error != ENOENT) { // ENOENT: no /proc to name it through
+                fail(writeFailure(target, error));
+                return false;
+            }
+        } else if (error != EOPNOTSUPP && error != EISDIR && error != EINVAL) {
+            fail(writeFailure(target, error));
+            return false;
+        }
+    }
+    // Where unnamed files cannot be made, and when replacing: written under
+    // a short hidden name of ours in the target's folder (whatever the
+    // target's length) and renamed into place when complete. The process
+    // id in it tells the next start which partial files a killed run left.
+    if (!path_exists(path_dirname(target)) && !makeFolderFor(target))
+        return false;
     const QString partial = path_dirname(target) + QLatin1Char('/') + partialFilePrefix()
                             + QStringLiteral("%1-%2.part").arg(QCoreApplication::applicationPid()).arg(generateUUID().left(8));
-    int error = 0;
     if (!safefile::copyToNewFile(in, partial, nullptr, &error)) {
         ::unlink(QFile::encodeName(partial).constData());
         fail(writeFailure(target, error));
         return false;
     }
-    // Without overwriting, a name taken meanwhile is never replaced: the
-    // next free one is used instead.
     for (int attempt = 0;; ++attempt) {
         const QByteArray from = QFile::encodeName(partial);
         const QByteArray to = QFile::encodeName(target);

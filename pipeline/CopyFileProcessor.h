@@ -75,6 +75,9 @@ protected:
     // Without replace, a target name taken meanwhile is never replaced:
     // target becomes the next free name.
     bool deliverCopy(const QString& source, QString& target, bool replace = true);
+    // Creates the target's folder (and its parents); false, with the
+    // failure set, when it cannot be made.
+    bool makeFolderFor(const QString& target);
     // Records the failure; shows it unless the user was already told.
     void fail(const QString& reason, bool tellUser = true);
     // Only the plain folder processor posts "File Copied".

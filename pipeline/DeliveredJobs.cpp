@@ -1,5 +1,7 @@
 #include "pipeline/DeliveredJobs.h"
 
+#include "pipeline/SpoolFolder.h"
+
 #include <QFile>
 #include <QLoggingCategory>
 #include <QSet>
@@ -42,10 +44,15 @@ void flushFolders(const std::vector<QByteArray>& folders)
 
 } // namespace
 
+DeliveredJobs::DeliveredJobs(std::shared_ptr<SpoolFolder> spool)
+    : m_spool(std::move(spool))
+{
+}
+
 DeliveredJobs::~DeliveredJobs()
 {
-    if (m_flush.valid())
-        m_flush.wait();
+    if (m_group.valid())
+        m_group.wait();
 }
 
 void DeliveredJobs::add(Job job)
@@ -53,9 +60,14 @@ void DeliveredJobs::add(Job job)
     if (m_gathering.isEmpty())
         m_since.start();
     m_gathering.append(std::move(job));
+    if (m_group.valid() && m_group.wait_for(std::chrono::seconds(0)) == std::future_status::ready)
+        m_group.get();
+    const bool due = m_gathering.size() >= kMaxJobs || m_since.elapsed() >= kMaxWaitMs;
+    if (due && !m_group.valid())
+        startGroup();
 }
 
-void DeliveredJobs::startFlush()
+void DeliveredJobs::startGroup()
 {
     QSet<QString> unique;
     std::vector<QByteArray> folders;
@@ -64,36 +76,22 @@ void DeliveredJobs::startFlush()
             unique.insert(job.writtenFolder);
             folders.push_back(QFile::encodeName(job.writtenFolder));
         }
-    m_flushing = std::exchange(m_gathering, {});
-    m_flush = std::async(std::launch::async, flushFolders, std::move(folders));
+    m_group = std::async(std::launch::async, [spool = m_spool, folders = std::move(folders),
+                                              jobs = std::exchange(m_gathering, {})] {
+        flushFolders(folders);
+        for (const Job& job : jobs)
+            spool->retireJob(job.name, job.identity);
+    });
 }
 
-QList<DeliveredJobs::Job> DeliveredJobs::takeDurable()
+void DeliveredJobs::finish()
 {
-    QList<Job> durable;
-    if (m_flush.valid() && m_flush.wait_for(std::chrono::seconds(0)) == std::future_status::ready) {
-        m_flush.get();
-        durable = std::exchange(m_flushing, {});
-    }
-    const bool due = m_gathering.size() >= kMaxJobs || (!m_gathering.isEmpty() && m_since.elapsed() >= kMaxWaitMs);
-    if (due && !m_flush.valid())
-        startFlush();
-    return durable;
-}
-
-QList<DeliveredJobs::Job> DeliveredJobs::takeAllDurable()
-{
-    QList<Job> durable;
-    if (m_flush.valid()) {
-        m_flush.get();
-        durable = std::exchange(m_flushing, {});
-    }
+    if (m_group.valid())
+        m_group.get();
     if (!m_gathering.isEmpty()) {
-        startFlush();
-        m_flush.get();
-        durable += std::exchange(m_flushing, {});
+        startGroup();
+        m_group.get();
     }
-    return durable;
 }
 
 } // namespace quirepad

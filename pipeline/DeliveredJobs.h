@@ -7,16 +7,19 @@
 #include <QString>
 
 #include <future>
+#include <memory>
 
 namespace quirepad {
 
+class SpoolFolder;
+
 // Delivered spool jobs wait here until what was written for them is on
-// disk; then they may leave the spool. The file systems written to are
-// flushed once per group of jobs (kMaxJobs, or kMaxWaitMs after the first
-// one), on a thread of its own while the next group is delivered, so a big
-// batch never waits for the disk; one group is flushed at a time. A crash
-// therefore delivers again at most the group being flushed and the one
-// being gathered, and never loses a job.
+// disk; then they leave the spool. The file systems written to are flushed
+// once per group of jobs (kMaxJobs, or kMaxWaitMs after the first one), and
+// the group is taken out of the queue, on a thread of its own while the
+// next group is delivered, so a big batch never waits for the disk; one
+// group is handled at a time. A crash therefore delivers again at most the
+// group being flushed and the one being gathered, and never loses a job.
 class DeliveredJobs
 {
 public:
@@ -29,25 +32,25 @@ public:
         QString writtenFolder; // where the delivery was written; may be empty
     };
 
-    DeliveredJobs() = default;
+    explicit DeliveredJobs(std::shared_ptr<SpoolFolder> spool);
+    // Waits for the group under way; the jobs gathered after it stay in the
+    // spool (they are delivered again next time).
     ~DeliveredJobs();
     DeliveredJobs(const DeliveredJobs&) = delete;
     DeliveredJobs& operator=(const DeliveredJobs&) = delete;
 
+    // Adds a delivered job, and starts on the gathered group when it is due
+    // and no other is under way. Never waits.
     void add(Job job);
-    bool isEmpty() const { return m_gathering.isEmpty() && m_flushing.isEmpty(); }
-    // Starts flushing the group gathered so far when it is due and no
-    // flush is under way; answers the jobs whose flush has ended (they may
-    // leave the spool now). Never waits.
-    QList<Job> takeDurable();
-    // Flushes everything delivered and waits for it: the end of a batch.
-    QList<Job> takeAllDurable();
+    // Flushes and takes out everything delivered, and waits for it: the end
+    // of a batch.
+    void finish();
 
 private:
-    void startFlush();
+    void startGroup();
+    std::shared_ptr<SpoolFolder> m_spool;
     QList<Job> m_gathering;
-    QList<Job> m_flushing;
-    std::future<void> m_flush;
+    std::future<void> m_group;
     QElapsedTimer m_since;
 };
 

@@ -22,6 +22,8 @@
 
 #include "foundation/runloop.h"
 
+#include <QElapsedTimer>
+
 #include <QCursor>
 #include <QDir>
 #include <QSet>
@@ -299,11 +301,19 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     SpoolFolder& spool = *folder;
     QString batchDestination = destination;
     bool nobodyToAsk = false;
-    DeliveredJobs delivered;
+    DeliveredJobs delivered(folder);
+    // Events are looked at between jobs, at most every few milliseconds:
+    // a batch of small jobs does not spend its time on the event loop.
+    constexpr qint64 kEventsEveryMs = 4;
+    QElapsedTimer sinceEvents;
     for (const QString& path : paths) {
-        if (!is_running()) {
-            removeFromSpool(spool, delivered.takeAllDurable());
-            spool.purgeRetired();
+        if (!sinceEvents.isValid() || sinceEvents.elapsed() >= kEventsEveryMs) {
+            sleep_main_loop(0);
+            sinceEvents.start();
+        }
+        if (!m_running) {
+            delivered.finish();
+            purgeLater(folder);
             return false; // stopped: the rest stay in the spool
         }
         // Temporary files of this job go when it is done.
@@ -398,10 +408,9 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
                            processor && !processor->resultFile.isEmpty() ? path_dirname(processor->resultFile) : QString()});
         emit jobFinished(path, removed);
         setCurrentFileInfo({});
-        removeFromSpool(spool, delivered.takeDurable());
     }
-    removeFromSpool(spool, delivered.takeAllDurable());
-    spool.purgeRetired();
+    delivered.finish();
+    purgeLater(folder);
     m_running = false;
     emit runningChanged(false);
     if (!m_followingBatches.isEmpty()) {
@@ -415,10 +424,17 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     return true;
 }
 
-void MainAppDelegate::removeFromSpool(SpoolFolder& spool, const QList<DeliveredJobs::Job>& durable)
+void MainAppDelegate::purgeLater(const std::shared_ptr<SpoolFolder>& folder)
 {
-    for (const DeliveredJobs::Job& job : durable)
-        spool.retireJob(job.name, job.identity);
+    if (m_purge.valid())
+        m_purge.wait();
+    m_purge = std::async(std::launch::async, [folder] { folder->purgeRetired(); });
+}
+
+void MainAppDelegate::waitForPurge()
+{
+    if (m_purge.valid())
+        m_purge.get();
 }
 
 void MainAppDelegate::keep(const QString& path, const QString& title, const QString& reason)

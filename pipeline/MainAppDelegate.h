@@ -13,6 +13,7 @@
 #include <QVariantMap>
 
 #include <functional>
+#include <future>
 #include <memory>
 
 namespace quirepad {
@@ -71,6 +72,8 @@ public:
 
     // Runs pending events once (so a Stop can get in), then answers running.
     bool is_running();
+    // Waits until what the last batch took out of the queue is removed.
+    void waitForPurge();
     bool running() const { return m_running; }
     bool inAgentMode() const { return m_inAgentMode; }
     void setInAgentMode(bool agent) { m_inAgentMode = agent; }
@@ -95,9 +98,8 @@ signals:
 
 private:
     bool isSpoolJob(const QString& path) const;
-    // Removes the jobs whose deliveries are on disk from the spool.
-    void removeFromSpool(SpoolFolder& spool, const QList<DeliveredJobs::Job>& durable);
     void keep(const QString& path, const QString& title, const QString& reason);
+    void purgeLater(const std::shared_ptr<SpoolFolder>& folder);
     void forgetKeptJobsNotIn(const SpoolJobs& jobs);
     void removeStalePartialFiles();
     std::shared_ptr<SpoolFolder> spoolFolder() const;
@@ -113,6 +115,10 @@ private:
     QList<Batch> m_followingBatches; // files that arrived during a batch
     std::unique_ptr<TriggerWatcher> m_watcher;
     mutable std::shared_ptr<SpoolFolder> m_spool;
+    // The removal of what the last batch took out of the queue: on a thread
+    // of its own (with online discard every removal waits for the disk), so
+    // that the next print is taken at once.
+    std::future<void> m_purge;
     mutable QString m_reportedSpoolProblem;
     WorkflowLibrary m_workflows;
     std::function<bool()> m_sessionActive;

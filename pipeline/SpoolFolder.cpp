@@ -26,16 +26,24 @@ namespace {
 const QString kMarker = QStringLiteral("-D3F2UG-");
 const QString kRemote = QStringLiteral("remote:");
 constexpr qint64 kInfoLimit = 1 << 20;
+const QByteArray kRetiredPrefix = ".quirepad-done-";
+
+// The process never changes its user: asked once.
+uid_t myUid()
+{
+    static const uid_t uid = ::geteuid();
+    return uid;
+}
 
 safefile::Owner me()
 {
-    return {::geteuid(), false};
+    return {myUid(), false};
 }
 
 // The folders may be root's (installed) or the user's own (a private setup).
 safefile::Owner folderOwners()
 {
-    return {::geteuid(), true};
+    return {myUid(), true};
 }
 
 struct DirCloser {
@@ -56,6 +64,12 @@ SpoolFolder::SpoolFolder(const QString& sharedDirectory)
 
 void SpoolFolder::open(const QString& sharedDirectory)
 {
+    // Random per instance, then counted: no retired name is guessable, and
+    // none costs a call for randomness.
+    unsigned char bytes[6];
+    ::arc4random_buf(bytes, sizeof bytes);
+    m_retiredPrefix = kRetiredPrefix + QByteArray(reinterpret_cast<const char*>(bytes), sizeof bytes).toHex() + '-';
+
     QString shared = sharedDirectory;
     while (shared.size() > 1 && shared.endsWith(u'/'))
         shared.chop(1);
@@ -111,7 +125,7 @@ SpoolFolder::Jobs SpoolFolder::jobs(const QString& userName)
         if (const QString refused = safefile::refusal(st, me()); !refused.isEmpty()) {
             // Other users' remote jobs are simply not ours; the rest with our
             // name is worth a line in the log.
-            if (!(name.startsWith(kRemote) && S_ISREG(st.st_mode) && st.st_uid != ::geteuid()))
+            if (!(name.startsWith(kRemote) && S_ISREG(st.st_mode) && st.st_uid != myUid()))
                 logOnce(name, st, refused);
             continue;
         }
@@ -153,7 +167,7 @@ QVariantMap SpoolFolder::readInfo(const QString& jobName)
     }
     if (st.st_size > kInfoLimit)
         return {};
-    const std::optional<QByteArray> text = safefile::readAll(fd.get(), kInfoLimit);
+    const std::optional<QByteArray> text = safefile::readAll(fd.get(), kInfoLimit, st.st_size);
     return text && text->size() <= kInfoLimit ? parse_info(*text) : QVariantMap();
 }
 
@@ -171,21 +185,19 @@ bool SpoolFolder::removeJob(const QString& name, const FileIdentity& identity)
 }
 
 namespace {
-const QByteArray kRetiredPrefix = ".quirepad-done-";
 constexpr time_t kOrphanInfoSeconds = 10 * 60;
 } // namespace
 
-bool SpoolFolder::retire(const QByteArray& name, std::optional<FileIdentity> identity)
+bool SpoolFolder::retire(const QByteArray& name, const FileIdentity& identity)
 {
     struct stat st {};
     if (::fstatat(m_spool.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0
-        || !safefile::refusal(st, me()).isEmpty() || (identity && !(*identity == FileIdentity::of(st))))
+        || !safefile::refusal(st, me()).isEmpty() || !(identity == FileIdentity::of(st)))
         return false;
     for (int attempt = 0; attempt < 8; ++attempt) {
-        unsigned char bytes[6];
-        ::arc4random_buf(bytes, sizeof bytes);
-        const QByteArray hidden = kRetiredPrefix + QByteArray(reinterpret_cast<const char*>(bytes), sizeof bytes).toHex();
+        const QByteArray hidden = m_retiredPrefix + QByteArray::number(++m_retiredCount);
         if (::renameat2(m_spool.get(), name.constData(), m_spool.get(), hidden.constData(), RENAME_NOREPLACE) == 0) {
+            const std::lock_guard lock(m_retiredMutex);
             m_retired.append(hidden);
             return true;
         }
@@ -203,7 +215,11 @@ bool SpoolFolder::retireJob(const QString& name, const FileIdentity& identity)
         qCWarning(lcSpoolFolder).noquote() << "cannot take" << m_path + name << "out of the queue; removing it instead";
         return removeJob(name, identity);
     }
-    retire(QFile::encodeName(name + QStringLiteral(".info")), std::nullopt);
+    // The info stays under its name until the purge: without its job it is
+    // no job, and the backend never puts a new job beside an info that is
+    // there (it takes the next free name).
+    const std::lock_guard lock(m_retiredMutex);
+    m_retired.append(QFile::encodeName(name + QStringLiteral(".info")));
     return true;
 }
 
@@ -211,7 +227,11 @@ void SpoolFolder::purgeRetired(bool leftovers)
 {
     if (!isOpen())
         return;
-    QList<QByteArray> names = std::exchange(m_retired, {});
+    QList<QByteArray> names;
+    {
+        const std::lock_guard lock(m_retiredMutex);
+        names = std::exchange(m_retired, {});
+    }
     if (leftovers) {
         const int fd = ::dup(m_spool.get());
         std::unique_ptr<DIR, DirCloser> dir(fd < 0 ? nullptr : ::fdopendir(fd));

@@ -6,6 +6,8 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <atomic>
+#include <mutex>
 #include <optional>
 
 namespace quirepad {
@@ -51,9 +53,10 @@ public:
     QVariantMap readInfo(const QString& jobName);
     // Removes the job (only the file that was opened as it) and its info.
     bool removeJob(const QString& name, const FileIdentity& identity);
-    // Takes a delivered job out of the queue at once by renaming it (and
-    // its info) to a hidden name of ours, ".quirepad-done-XXXXXXXXXXXX";
-    // purgeRetired() removes those files later. A rename frees no inode, so
+    // Takes a delivered job out of the queue at once by renaming it to a
+    // hidden name of ours, ".quirepad-done-XXXXXXXXXXXX-N"; purgeRetired()
+    // removes it and its info later. May be called from another thread
+    // (the only call that may). A rename frees no inode, so
     // the deliveries being written meanwhile are not slowed down by the
     // file system's search among freshly freed ones.
     bool retireJob(const QString& name, const FileIdentity& identity);
@@ -71,10 +74,13 @@ private:
     void open(const QString& sharedDirectory);
     void logOnce(const QString& name, const struct stat& st, const QString& why);
 
-    bool retire(const QByteArray& name, std::optional<FileIdentity> identity);
+    bool retire(const QByteArray& name, const FileIdentity& identity);
 
     UniqueFd m_spool;
+    std::mutex m_retiredMutex;
     QList<QByteArray> m_retired;
+    QByteArray m_retiredPrefix;
+    std::atomic<quint64> m_retiredCount = 0;
     QString m_user;
     QString m_path;
     QString m_problem;

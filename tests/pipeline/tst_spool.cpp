@@ -79,6 +79,7 @@ class SpoolIntakeTest : public QObject
     }
     QStringList spoolFiles() const
     {
+        m_delegate->waitForPurge();
         QStringList names = QDir(m_spool).entryList(QDir::Files | QDir::Hidden);
         names.sort();
         return names;

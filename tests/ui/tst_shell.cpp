@@ -128,6 +128,7 @@ private slots:
         QCOMPARE(asked, questions);
         QCOMPARE(cells, emptyMenu ? 0 : 2);
         QCOMPARE(files(desktop()), delivered);
+        m_fx.delegate->waitForPurge();
         QCOMPARE(files(spool()), QStringList()); // delivered or discarded by the user
     }
 
@@ -178,6 +179,7 @@ private slots:
         QTRY_COMPARE(files(desktop()), delivered);
         QCOMPARE(asked, 1);
         QVERIFY(!panel.isVisible());
+        m_fx.delegate->waitForPurge();
         QCOMPARE(QDir(spool()).entryList(QDir::Files, QDir::Name), spooled);
     }
 
