@@ -246,6 +246,30 @@ bool CopyFileProcessor::deliverCopy(const QString& source, QString& target, bool
         return false;
     }
     int error = 0;
+    if (fromDescriptor && m_mover) {
+        // A job the spool gives up anyway is moved when the folder is on the
+        // same file system: no data copied, and at no moment in two places.
+        for (int attempt = 0;; ++attempt) {
+            error = m_mover(QFile::encodeName(target), replace);
+            if ((error == ENOENT || error == ENOTDIR) && attempt == 0) {
+                if (!makeFolderFor(target))
+                    return false;
+                continue;
+            }
+            if (error != EEXIST || replace || attempt >= 100)
+                break;
+            target = mk_unique_filename(target);
+        }
+        if (error == 0) {
+            m_sourceMoved = true;
+            qCInfo(lcDelivery).noquote() << "delivered" << target;
+            return true;
+        }
+        if (error != EXDEV) {
+            fail(writeFailure(target, error));
+            return false;
+        }
+    }
     if (!replace) {
         // Written without a name in the target's folder and named when
         // complete: nobody ever sees half a file, and a killed run leaves

@@ -4,6 +4,8 @@
 #include <QStringList>
 #include <QVariantMap>
 
+#include <functional>
+
 namespace quirepad {
 
 // Delivers one file to one destination: computes the output name from the
@@ -40,6 +42,13 @@ public:
         m_sourcePath = path;
         m_sourceFd = fd;
     }
+    // Moves the source to a path instead of copying it: answers 0, or the
+    // errno (EXDEV: another file system; then it is copied). A source that
+    // is given up anyway (a spool job) is moved when it can be.
+    using Mover = std::function<int(const QByteArray& target, bool replace)>;
+    void setMover(Mover mover) { m_mover = std::move(mover); }
+    // Whether the source was moved to resultFile rather than copied.
+    bool sourceMoved() const { return m_sourceMoved; }
 
     // The folder to deliver into; a null string delivers nothing.
     virtual QString outputDir();
@@ -87,6 +96,8 @@ private:
     QString m_failure;
     QString m_sourcePath;
     int m_sourceFd = -1; // not owned
+    Mover m_mover;
+    bool m_sourceMoved = false;
 };
 
 } // namespace quirepad

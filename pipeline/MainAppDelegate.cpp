@@ -23,6 +23,7 @@
 #include "foundation/runloop.h"
 
 #include <QElapsedTimer>
+#include <QScopeGuard>
 
 #include <QCursor>
 #include <QDir>
@@ -63,6 +64,9 @@ MainAppDelegate::MainAppDelegate(QObject* parent)
     m_scanSoon.setSingleShot(true);
     m_scanSoon.setInterval(0);
     m_scanSoon.callOnTimeout(this, [this] { processAllFiles(); });
+    m_noNap.setSingleShot(true);
+    m_noNap.setInterval(0);
+    m_noNap.callOnTimeout(this, [] { disable_app_nap(10); });
 }
 
 MainAppDelegate::~MainAppDelegate() = default;
@@ -179,7 +183,9 @@ void MainAppDelegate::openFiles(const QStringList& paths)
     if (paths.isEmpty())
         return;
     m_inAgentMode = true;
-    disable_app_nap(10);
+    // Asked of logind after the scan this call starts (a timer started
+    // last, on leaving): the job never waits for the bus.
+    const auto noNap = qScopeGuard([this] { m_noNap.start(); });
     if (qobject_cast<QGuiApplication*>(QCoreApplication::instance()))
         applicationContext().insert(QStringLiteral("do_follow_mouse"), currentPointerPosition());
 
@@ -249,7 +255,7 @@ MainAppDelegate::SpoolJobs MainAppDelegate::waitingJobs() const
     SpoolJobs jobs;
     for (const QString& name : found.local)
         jobs.local << spool.path() + name;
-    if (m_sessionActive())
+    if (!found.remote.isEmpty() && m_sessionActive())
         for (const QString& name : found.remote)
             jobs.remote << spool.path() + name;
     return jobs;
@@ -306,8 +312,9 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     // a batch of small jobs does not spend its time on the event loop.
     constexpr qint64 kEventsEveryMs = 4;
     QElapsedTimer sinceEvents;
+    sinceEvents.start();
     for (const QString& path : paths) {
-        if (!sinceEvents.isValid() || sinceEvents.elapsed() >= kEventsEveryMs) {
+        if (sinceEvents.elapsed() >= kEventsEveryMs) {
             sleep_main_loop(0);
             sinceEvents.start();
         }
@@ -370,6 +377,9 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
             // application) works on a private copy.
             if (processor->readsSourceOnly()) {
                 processor->setSource(path, job->fd.get());
+                processor->setMover([&spool, &job](const QByteArray& target, bool replace) {
+                    return spool.moveJob(job->name, job->identity, target, replace);
+                });
             } else {
                 QString why;
                 working = scope.dir().isEmpty() ? QString() : scope.dir() + QLatin1Char('/') + path_basename(path);
@@ -403,7 +413,8 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
         else
             m_keptJobs.remove(path);
         const bool removed = remove && job.has_value();
-        if (removed)
+        // A moved job left the spool as it was delivered.
+        if (removed && !(processor && processor->sourceMoved()))
             delivered.add({job->name, job->identity,
                            processor && !processor->resultFile.isEmpty() ? path_dirname(processor->resultFile) : QString()});
         emit jobFinished(path, removed);

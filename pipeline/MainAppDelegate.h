@@ -128,6 +128,7 @@ private:
     QMap<QString, KeptJob> m_keptJobs; // by spool path
     QTimer m_safetyRescan;
     QTimer m_scanSoon;
+    QTimer m_noNap;
     bool m_scanMissed = false;
     bool m_running = false;
     bool m_inAgentMode = false;

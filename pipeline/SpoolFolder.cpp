@@ -223,6 +223,22 @@ bool SpoolFolder::retireJob(const QString& name, const FileIdentity& identity)
     return true;
 }
 
+int SpoolFolder::moveJob(const QString& name, const FileIdentity& identity, const QByteArray& target, bool replace)
+{
+    const QByteArray job = QFile::encodeName(name);
+    struct stat st {};
+    if (!isOpen() || ::fstatat(m_spool.get(), job.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0
+        || !safefile::refusal(st, me()).isEmpty() || !(identity == FileIdentity::of(st)))
+        return EXDEV;
+    const int moved = replace ? ::renameat(m_spool.get(), job.constData(), AT_FDCWD, target.constData())
+                              : ::renameat2(m_spool.get(), job.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE);
+    if (moved != 0)
+        return errno;
+    const std::lock_guard lock(m_retiredMutex);
+    m_retired.append(job + ".info");
+    return 0;
+}
+
 void SpoolFolder::purgeRetired(bool leftovers)
 {
     if (!isOpen())

@@ -60,6 +60,11 @@ public:
     // the deliveries being written meanwhile are not slowed down by the
     // file system's search among freshly freed ones.
     bool retireJob(const QString& name, const FileIdentity& identity);
+    // Moves a job (the file that was opened as it) to target, never
+    // replacing a file there unless asked; its info goes with the next
+    // purge. Answers 0 or the errno; EXDEV when it cannot be moved (another
+    // file system, or the name no longer is that file): copy it instead.
+    int moveJob(const QString& name, const FileIdentity& identity, const QByteArray& target, bool replace);
     // Removes what was retired, and (with leftovers) what a killed run
     // left: retired files of ours, and infos of this user's whose job has
     // been gone for ten minutes.

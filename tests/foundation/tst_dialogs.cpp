@@ -250,6 +250,26 @@ private slots:
         QCOMPARE(posted.revealPath, QStringLiteral("/tmp/r.pdf"));
     }
 
+
+    // A batch posts the same notification per file: it shows once, a
+    // different one shows at once, and the interactions kept stay bounded.
+    void repeatedNotificationsShowOnce()
+    {
+        for (int i = 0; i < 5; ++i)
+            MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("File Copied"), QStringLiteral("/tmp/%1").arg(i));
+        MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files"));
+        MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("File Copied"));
+        QStringList shown;
+        for (const auto& posted : m_scripted->interactions())
+            shown << posted.informative + u' ' + posted.revealPath;
+        QCOMPARE(shown, (QStringList{"File Copied /tmp/0", "processing files ", "File Copied "}));
+
+        for (int i = 0; i < 3 * ScriptedDialogService::kKeptInteractions; ++i)
+            m_scripted->alert(QStringLiteral("Alert %1").arg(i), QString());
+        QVERIFY(m_scripted->interactions().size() <= 2 * ScriptedDialogService::kKeptInteractions);
+        QCOMPARE(m_scripted->interactions().constLast().message,
+                 QStringLiteral("Alert %1").arg(3 * ScriptedDialogService::kKeptInteractions - 1));
+    }
     // Real windows, answered with the keyboard and the mouse.
     void windowAnswers_data()
     {

@@ -108,6 +108,23 @@ private slots:
         QCOMPARE(readFile(out + "/Same 1.pdf"), QByteArray("second"));
     }
 
+    // A link planted under the name the delivery wants is never followed
+    // nor replaced: the delivery takes the next free name.
+    void plantedLinkIsLeftAlone()
+    {
+        const QString out = folder();
+        QVERIFY(QDir().mkpath(out));
+        const QString elsewhere = m_root.filePath("elsewhere.pdf");
+        QVERIFY(QFile::link(elsewhere, out + "/Same.pdf"));
+        CopyFileProcessor processor;
+        prepare(processor, "Same", out);
+        QVERIFY(processor.processFile(source("content")));
+        QCOMPARE(processor.resultFile, out + "/Same 1.pdf");
+        QCOMPARE(readFile(out + "/Same 1.pdf"), QByteArray("content"));
+        QVERIFY(!QFileInfo::exists(elsewhere));
+        QCOMPARE(QFileInfo(out + "/Same.pdf").symLinkTarget(), elsewhere);
+    }
+
     // What is delivered keeps what it is: the extension follows the
     // content, PostScript becomes PDF only when compression asks for it,
     // and an empty file is refused (the job stays).
@@ -206,17 +223,21 @@ private slots:
     void failuresKeepTheJobAndTellTheUser_data()
     {
         QTest::addColumn<QString>("situation");
-        QTest::newRow("folder blocked by a file") << "blocked";
-        QTest::newRow("target is a folder") << "target-folder";
-        QTest::newRow("unreadable source") << "missing-source";
+        QTest::addColumn<bool>("overwrite"); // written under a hidden name and renamed, or unnamed and linked
+        QTest::newRow("folder blocked by a file") << "blocked" << true;
+        QTest::newRow("folder blocked by a file, new name") << "blocked" << false;
+        QTest::newRow("target is a folder") << "target-folder" << true;
+        QTest::newRow("unreadable source") << "missing-source" << true;
+        QTest::newRow("unreadable source, new name") << "missing-source" << false;
     }
 
     void failuresKeepTheJobAndTellTheUser()
     {
         QFETCH(QString, situation);
+        QFETCH(bool, overwrite);
         const QString out = folder();
         CopyFileProcessor processor;
-        processor.do_overwrite = true;
+        processor.do_overwrite = overwrite;
         prepare(processor, "Target", situation == "blocked" ? out + "/inner" : out);
         if (situation == "blocked")
             QVERIFY(writeFile(out, "a file where the folder should be"));

@@ -68,9 +68,9 @@ class SpoolIntakeTest : public QObject
             writeFile(path + ".info", info);
         return path;
     }
-    QString folderDestination(const QString& name)
+    QString folderDestination(const QString& name, const QString& base = {})
     {
-        const QString out = m_root.filePath(QStringLiteral("out/%1-%2").arg(name).arg(m_case));
+        const QString out = (base.isEmpty() ? m_root.path() : base) + QStringLiteral("/out/%1-%2").arg(name).arg(m_case);
         DestinationItem* item =
             DestinationTemplates(*m_delegate->managedObjectContext()).createDestination("F", name);
         item->setValue("name_pattern", "%t.pdf");
@@ -327,13 +327,37 @@ private slots:
         QVERIFY(spoolFiles().isEmpty());
     }
 
+    // A named destination needs no question. A job is moved into a folder
+    // on the spool's file system (the same file, nothing copied) and
+    // copied into one elsewhere; either way it leaves the spool, info too.
+    void aNamedDestinationNeedsNoQuestion_data()
+    {
+        QTest::addColumn<bool>("sameFileSystem");
+        QTest::newRow("same file system: moved") << true;
+        QTest::newRow("another file system: copied") << false;
+    }
+
     void aNamedDestinationNeedsNoQuestion()
     {
-        const QString out = folderDestination("Named");
-        job(user_name() + "-D3F2UG-n.pdf", "NAME=Named\nTITLE=Direct\n");
+        QFETCH(bool, sameFileSystem);
+        QTemporaryDir elsewhere(QStringLiteral("/dev/shm/quirepad-test-XXXXXX"));
+        struct stat spoolSt {}, elsewhereSt {};
+        if (!sameFileSystem
+            && (!elsewhere.isValid() || ::stat(QFile::encodeName(m_spool).constData(), &spoolSt) != 0
+                || ::stat(QFile::encodeName(elsewhere.path()).constData(), &elsewhereSt) != 0
+                || spoolSt.st_dev == elsewhereSt.st_dev))
+            QSKIP("no second file system (/dev/shm) here");
+        const QString out = folderDestination("Named", sameFileSystem ? QString() : elsewhere.path());
+        const QString path = job(user_name() + "-D3F2UG-n.pdf", "NAME=Named\nTITLE=Direct\n");
+        struct stat queued {};
+        QCOMPARE(::stat(QFile::encodeName(path).constData(), &queued), 0);
         m_delegate->processAllFiles();
         QCOMPARE(m_asked, 0);
-        QVERIFY(QFile::exists(out + "/Direct.pdf"));
+        QCOMPARE(readFile(out + "/Direct.pdf"), "%PDF-1.4 " + path_basename(path).toUtf8());
+        struct stat delivered {};
+        QCOMPARE(::stat(QFile::encodeName(out + "/Direct.pdf").constData(), &delivered), 0);
+        QCOMPARE(delivered.st_ino == queued.st_ino, sameFileSystem);
+        QCOMPARE(spoolFiles(), QStringList());
     }
 
     void titlesWithoutInfo()
