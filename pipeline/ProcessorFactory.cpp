@@ -1,36 +1,14 @@
 #include "pipeline/ProcessorFactory.h"
 
+#include "pipeline/BookLibraryProcessor.h"
 #include "pipeline/OpenFileProcessor.h"
 #include "pipeline/PluginFileProcessor.h"
+#include "pipeline/ReaderProcessor.h"
+#include "pipeline/SyncFolderProcessor.h"
 #include "store/DestinationSchema.h"
 #include "store/ManagedObjectContext.h"
 
 namespace quirepad {
-
-namespace {
-
-// Destinations whose delivery this build cannot do yet (the e-book library,
-// the media library, the sync folder and the e-reader): the job is kept and
-// the user is told, never silently copied elsewhere.
-class UnavailableProcessor : public CopyFileProcessor
-{
-public:
-    explicit UnavailableProcessor(QString type)
-        : m_type(std::move(type))
-    {
-    }
-
-    bool processFile(const QString&) override
-    {
-        fail(QStringLiteral("destinations of type %1 cannot deliver in this version of Quirepad").arg(m_type));
-        return false;
-    }
-
-private:
-    QString m_type;
-};
-
-} // namespace
 
 std::unique_ptr<CopyFileProcessor> makeProcessorForType(const QString& type)
 {
@@ -38,9 +16,14 @@ std::unique_ptr<CopyFileProcessor> makeProcessorForType(const QString& type)
         return std::make_unique<OpenFileProcessor>();
     if (type == QLatin1String("X"))
         return std::make_unique<PluginFileProcessor>();
-    if (type == QLatin1String("D") || type == QLatin1String("I") || type == QLatin1String("K")
-        || type == QLatin1String("B"))
-        return std::make_unique<UnavailableProcessor>(type);
+    if (type == QLatin1String("B"))
+        return std::make_unique<BookLibraryProcessor>(BookLibraryProcessor::Library::Books);
+    if (type == QLatin1String("I"))
+        return std::make_unique<BookLibraryProcessor>(BookLibraryProcessor::Library::Media);
+    if (type == QLatin1String("D"))
+        return std::make_unique<SyncFolderProcessor>();
+    if (type == QLatin1String("K"))
+        return std::make_unique<ReaderProcessor>();
     return std::make_unique<CopyFileProcessor>();
 }
 

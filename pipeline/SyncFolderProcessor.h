@@ -1,0 +1,22 @@
+#pragma once
+
+#include "pipeline/CopyFileProcessor.h"
+
+namespace quirepad {
+
+// Delivers into the sync client's folder (config "output_dir") and, with
+// config "copy_to_clipboard", puts the delivered file's link on the
+// clipboard.
+class SyncFolderProcessor : public CopyFileProcessor
+{
+public:
+    bool copyTempFile(const QString& source, const QString& target) override;
+
+    // The text put on the clipboard for a delivered file.
+    static QString linkFor(const QString& path);
+
+protected:
+    bool isPlainFolderProcessor() const override { return false; }
+};
+
+} // namespace quirepad
