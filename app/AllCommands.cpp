@@ -3,6 +3,7 @@
 #include "DefaultsCommands.h"
 #include "DeliveryCommands.h"
 #include "DestinationCommands.h"
+#include "PluginCommands.h"
 #include "QueueCommands.h"
 
 namespace quirepad {
@@ -13,6 +14,7 @@ void addAllCommands(CommandLine& commandLine, AppSession& session)
     addDefaultsCommands(commandLine, session);
     addDeliveryCommands(commandLine, session);
     addQueueCommands(commandLine, session);
+    addPluginCommands(commandLine, session);
 }
 
 } // namespace quirepad

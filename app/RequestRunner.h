@@ -23,6 +23,7 @@ public:
 private:
     InstanceReply runCommand(const InstanceRequest& request) const;
     InstanceReply openFiles(const QStringList& paths) const;
+    InstanceReply installPackages(const QStringList& paths) const;
 
     const CommandLine& m_commandLine;
     AppSession& m_session;

@@ -12,6 +12,7 @@
 #include "foundation/process.h"
 #include "foundation/session.h"
 #include "pipeline/DriverInstaller.h"
+#include "pipeline/PluginInstaller.h"
 #include "pipeline/ProcessorFactory.h"
 #include "pipeline/DeliveredJobs.h"
 #include "store/DestinationItem.h"
@@ -199,13 +200,28 @@ void MainAppDelegate::openFiles(const QStringList& paths)
         scanSoon();
         return;
     }
-    if (first.endsWith(QLatin1String(".qpdplugin")) || first.endsWith(QLatin1String(".qpdfilter"))) {
-        MYDisplayAlert(QStringLiteral("%1 is a plugin package.\nThis version of Quirepad cannot install packages yet; "
-                                      "copy the workflow into ~/.local/share/Quirepad/PlugIns instead.")
-                           .arg(path_basename(first)));
-        return;
+    QStringList documents;
+    for (const QString& path : paths) {
+        if (PluginInstaller::isPackage(path))
+            installPackage(path);
+        else
+            documents << path;
     }
-    schedule(0, [this, paths] { processPDFFiles(paths); });
+    if (!documents.isEmpty())
+        schedule(0, [this, documents] { processPDFFiles(documents); });
+}
+
+PluginInstaller::Result MainAppDelegate::installPackage(const QString& path)
+{
+    PluginInstaller installer(&m_workflows);
+    const PluginInstaller::Result result = installer.install(path);
+    if (result.outcome == PluginInstaller::Outcome::Failed)
+        MYDisplayAlert(QStringLiteral("%1 was installed only in part\n%2").arg(result.name, result.error));
+    else if (result.outcome == PluginInstaller::Outcome::Installed && !result.kept.isEmpty())
+        MYDisplayNotification(QStringLiteral("%1 installed").arg(result.name),
+                              QStringLiteral("Files already there were kept: %1").arg(result.kept.join(QStringLiteral(", "))),
+                              result.targetFolder);
+    return result;
 }
 
 void MainAppDelegate::processAllFiles()

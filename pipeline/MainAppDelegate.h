@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pipeline/DestinationChooser.h"
+#include "pipeline/PluginInstaller.h"
 #include "pipeline/WorkflowLibrary.h"
 #include "foundation/safefile.h"
 #include "pipeline/DeliveredJobs.h"
@@ -40,8 +41,11 @@ public:
     void setSessionProbe(std::function<bool()> probe) { m_sessionActive = std::move(probe); }
 
     void applicationDidFinishLaunching();
-    // Documents opened with the application, or the end trigger file.
+    // Documents opened with the application, or the end trigger file;
+    // plugin and filter packages among them are installed.
     void openFiles(const QStringList& paths);
+    // Installs one package (asking first), telling what went wrong.
+    PluginInstaller::Result installPackage(const QString& path);
     void startWatchingSpool();
     // A scan on the next turn of the event loop; requests until then are
     // one scan.

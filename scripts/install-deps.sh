@@ -13,6 +13,8 @@ PACKAGES=(
     libqt6svg6
     # foundation: property lists, ICU dates, zlib
     libplist-dev libplist++-dev libicu-dev zlib1g-dev
+    # plugin packages: zip archives unpacked in-process
+    libzip-dev
     # shell commands run through the Korn shell
     ksh
     # desktop services under test: a private D-Bus, a virtual display

@@ -1,0 +1,108 @@
+#include "PluginCommands.h"
+
+#include "AppSession.h"
+#include "CommandLine.h"
+
+#include "pipeline/MainAppDelegate.h"
+#include "pipeline/PluginInstaller.h"
+#include "pipeline/UserWorkflows.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTextStream>
+
+namespace quirepad {
+
+namespace {
+
+QString commandName(WorkflowKind kind)
+{
+    return kind == WorkflowKind::Plugin ? QStringLiteral("plugins") : QStringLiteral("filters");
+}
+
+int list(WorkflowKind kind, const CommandInvocation& call)
+{
+    const QStringList& args = call.arguments;
+    if (args.size() > 2 || (args.size() == 2 && args.at(1) != QLatin1String("--json")))
+        return call.fail(QStringLiteral("%1 list takes only --json").arg(commandName(kind)), 2);
+    const QList<UserWorkflows::Entry> entries = UserWorkflows(kind).list();
+    if (args.size() == 2) {
+        QJsonArray array;
+        for (const UserWorkflows::Entry& entry : entries)
+            array.append(QJsonObject { { QStringLiteral("name"), entry.name }, { QStringLiteral("path"), entry.path } });
+        call.out << QJsonDocument(array).toJson(QJsonDocument::Indented);
+        return 0;
+    }
+    for (const UserWorkflows::Entry& entry : entries)
+        call.out << entry.name << "  " << entry.path << '\n';
+    return 0;
+}
+
+int install(WorkflowKind kind, AppSession& session, const CommandInvocation& call)
+{
+    if (call.arguments.size() != 2)
+        return call.fail(QStringLiteral("usage: %1 install FILE").arg(commandName(kind)), 2);
+    const QString path = call.absolutePath(call.arguments.at(1));
+    if (PluginInstaller::kindOf(path) != kind)
+        return call.fail(QStringLiteral("%1 is not a %2 package (.%3)")
+                             .arg(path, UserWorkflows::kindName(kind),
+                                  kind == WorkflowKind::Plugin ? QStringLiteral("qpdplugin") : QStringLiteral("qpdfilter")),
+                         2);
+    // Running the command is the user's consent: nothing is asked.
+    PluginInstaller installer(&session.delegate().workflowLibrary());
+    installer.setInteractive(false);
+    const PluginInstaller::Result result = installer.install(path);
+    for (const QString& file : result.installed)
+        call.out << "installed " << file << '\n';
+    for (const QString& file : result.kept)
+        call.out << "kept " << file << " (already there; remove it first to replace it)\n";
+    if (result.outcome != PluginInstaller::Outcome::Installed)
+        return call.fail(result.error.simplified());
+    call.out << result.name << " installed into " << result.targetFolder << '\n';
+    return 0;
+}
+
+int remove(WorkflowKind kind, AppSession& session, const CommandInvocation& call)
+{
+    if (call.arguments.size() != 2)
+        return call.fail(QStringLiteral("usage: %1 remove NAME").arg(commandName(kind)), 2);
+    QString why;
+    if (!UserWorkflows(kind).remove(call.arguments.at(1), &why))
+        return call.fail(why);
+    session.delegate().workflowLibrary().refreshPluginList();
+    call.out << "removed " << call.arguments.at(1) << '\n';
+    return 0;
+}
+
+int run(WorkflowKind kind, AppSession& session, const CommandInvocation& call)
+{
+    const QString sub = call.arguments.value(0);
+    if (sub == QLatin1String("list"))
+        return list(kind, call);
+    if (sub == QLatin1String("install"))
+        return install(kind, session, call);
+    if (sub == QLatin1String("remove"))
+        return remove(kind, session, call);
+    return call.fail(QStringLiteral("usage: %1 list [--json] | install FILE | remove NAME").arg(commandName(kind)), 2);
+}
+
+} // namespace
+
+void addPluginCommands(CommandLine& commandLine, AppSession& session)
+{
+    for (const WorkflowKind kind : { WorkflowKind::Plugin, WorkflowKind::Filter }) {
+        const bool plugin = kind == WorkflowKind::Plugin;
+        commandLine.addCommand(
+            { commandName(kind), QStringLiteral("list [--json] | install FILE | remove NAME"),
+              plugin ? QStringLiteral("the plugin workflows of yours in ${APP_SUPPORT_PLUGINS}: list them,\n"
+                                      "install a .qpdplugin package (files already there are kept),\n"
+                                      "remove one by name")
+                     : QStringLiteral("the filter workflows of yours in ${APP_SUPPORT_PLUGINS}/Filters: list\n"
+                                      "them, install a .qpdfilter package (files already there are\n"
+                                      "kept), remove one by name"),
+              [kind, &session](const CommandInvocation& call) { return run(kind, session, call); } });
+    }
+}
+
+} // namespace quirepad
