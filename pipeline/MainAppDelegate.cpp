@@ -14,6 +14,7 @@
 #include "pipeline/DriverInstaller.h"
 #include "pipeline/PluginInstaller.h"
 #include "pipeline/ProcessorFactory.h"
+#include "pipeline/ReaderProcessor.h"
 #include "pipeline/DeliveredJobs.h"
 #include "store/DestinationItem.h"
 #include "store/ManagedObjectContext.h"
@@ -386,6 +387,9 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
             if (!batchDestination.isEmpty() && context)
                 processor = copyProcessorForName(*context, batchDestination);
         }
+        // A reader's volume scan gives up when the batch is stopped.
+        if (auto* reader = dynamic_cast<ReaderProcessor*>(processor.get()))
+            reader->setRunningCheck([this] { return is_running(); });
 
         if (job && processor) {
             // A plain copy reads the job through its descriptor; anything

@@ -23,7 +23,15 @@ bool OpenFileProcessor::processFile(const QString& path)
     }
     m_opened = file;
     resultFile = file;
-    open_with_app(appid, {file}); // launched asynchronously; the answer is not waited for
+    // Launched without waiting for the application; one that cannot be
+    // started at all (none for PDF documents, nothing to start it with) is
+    // reported, and the job stays.
+    if (!open_with_app(appid, {file})) {
+        resultFile.clear();
+        fail(QStringLiteral("“%1” could not be opened: no application here opens it (%2).")
+                 .arg(path_basename(file), appid.isEmpty() ? QStringLiteral("the default PDF viewer") : appid));
+        return false;
+    }
     return true;
 }
 

@@ -22,10 +22,11 @@ class RecordingWorkspace : public Workspace
 {
 public:
     QList<QUrl> opened;
+    bool refuses = false; // as when no handler can be started
     bool openUrl(const QUrl& url) override
     {
         opened.append(url);
-        return true;
+        return !refuses;
     }
     bool revealFile(const QString& path) override { return openUrl(QUrl::fromLocalFile(path)); }
 };
@@ -291,6 +292,13 @@ private slots:
         unknown.config.insert("appid", "org.example.NotInstalled.desktop");
         QVERIFY(unknown.processFile(source()));
         QCOMPARE(m_workspace->opened, QList<QUrl>{QUrl::fromLocalFile(unknown.openedFile())});
+        // Nothing can open it: reported, and the job stays.
+        m_workspace->refuses = true;
+        OpenFileProcessor nobody;
+        nobody.config.insert("appid", "org.example.NotInstalled.desktop");
+        QVERIFY(!nobody.processFile(source()));
+        QVERIFY(nobody.failureReason().contains("could not be opened"));
+        m_workspace->refuses = false;
 
         // A file elsewhere opens where it is.
         const QString own = qEnvironmentVariable("QUIREPAD_SOURCE_DIR") + "/README.md";
