@@ -25,7 +25,7 @@ PACKAGES=(
     # reference PDF printer of the benchmark, network namespaces for tests
     libcups2-dev cups cups-client cups-bsd cups-filters cups-ipp-utils printer-driver-cups-pdf iproute2 policykit-1
     # destinations: the e-book library (calibredb), mail and mime handlers
-    calibre xdg-utils
+    calibre xdg-utils xclip
 )
 
 missing=()

@@ -31,12 +31,13 @@ log() { echo "destinations: $*"; }
 fail() { echo "destinations: FAIL: $*"; failures=$((failures + 1)); }
 cleanup() {
     if [ -n "$APP_PID" ]; then
-        pkill -TERM -f -- "$QP --headless" 2>/dev/null
-        for _ in $(seq 50); do pgrep -f -- "$QP --headless" >/dev/null || break; sleep 0.1; done
-        pkill -KILL -f -- "$QP --headless" 2>/dev/null
+        pkill -TERM -u "$USER_NAME" -f -- "$QP" 2>/dev/null
+        for _ in $(seq 50); do pgrep -u "$USER_NAME" -f -- "$QP" >/dev/null || break; sleep 0.1; done
+        pkill -KILL -u "$USER_NAME" -f -- "$QP" 2>/dev/null
         wait "$APP_PID" 2>/dev/null
     fi
     [ -n "$CUPSD_PID" ] && kill -TERM "$CUPSD_PID" 2>/dev/null && wait "$CUPSD_PID" 2>/dev/null
+    [ -n "${XVFB_PID:-}" ] && kill -TERM "$XVFB_PID" 2>/dev/null && wait "$XVFB_PID" 2>/dev/null
     for m in "$READER" "$DECOY"; do mountpoint -q "$m" && umount "$m"; rmdir "$m" 2>/dev/null; done
     if [ "$failures" -ne 0 ]; then
         echo "---- application log ----"; tail -40 "$D/app.log" 2>/dev/null
@@ -51,13 +52,23 @@ export ASAN_OPTIONS=detect_leaks=0
 
 id "$USER_NAME" >/dev/null 2>&1 || useradd -m -s /bin/bash "$USER_NAME"
 HOME_DIR="$(getent passwd "$USER_NAME" | cut -d: -f6)"
-# DISPLAY only tells xdg-email that there is a session whose mail handler
-# to use; no window is opened.
+# With Xvfb and xclip the application runs with its windows on a virtual
+# display (the sync folder's link goes to a real clipboard); without them
+# it runs headless, and DISPLAY only tells xdg-email that there is a
+# session whose mail handler to use.
+DISPLAY_NUMBER=":$((90 + $$ % 9))"
 as_user() {
     runuser -u "$USER_NAME" -- env HOME="$HOME_DIR" XDG_RUNTIME_DIR="$D/run" XDG_CONFIG_HOME="$D/config" \
         XDG_DATA_HOME="$D/data" XDG_CACHE_HOME="$D/cache-user" QUIREPAD_SHARED_DIR="$SHARED" ASAN_OPTIONS=detect_leaks=0 \
-        CUPS_SERVER="$D/cups.sock" DISPLAY=:97 "$@"
+        CUPS_SERVER="$D/cups.sock" DISPLAY="$DISPLAY_NUMBER" "$@"
 }
+XVFB_PID=
+GUI=no
+if command -v Xvfb >/dev/null && command -v xclip >/dev/null; then
+    Xvfb "$DISPLAY_NUMBER" -ac -nolisten tcp -screen 0 1024x768x24 >/dev/null 2>&1 &
+    XVFB_PID=$!
+    for _ in $(seq 50); do [ -e "/tmp/.X11-unix/X${DISPLAY_NUMBER#:}" ] && GUI=yes && break; sleep 0.1; done
+fi
 mkdir -p "$D/run" "$D/data/applications" "$D/config" "$D/cache-user" "$D/sync" "$D/library" "$D/mailbox"
 chown -R "$USER_NAME" "$D/run" "$D/data" "$D/config" "$D/cache-user" "$D/sync" "$D/library" "$D/mailbox"
 chmod 700 "$D/run"
@@ -108,9 +119,15 @@ as_user "$QP" destinations add K Mail >/dev/null
 as_user "$QP" destinations set Mail do_compress=false config.transfer_type=1 config.reader_email=reader@example.com \
     || fail "cannot set Mail"
 as_user "$QP" destinations add D Sync >/dev/null
-as_user "$QP" destinations set Sync do_compress=false "config.output_dir=file://$D/sync/" || fail "cannot set Sync"
+as_user "$QP" destinations set Sync do_compress=false config.copy_to_clipboard=true "config.output_dir=file://$D/sync/" \
+    || fail "cannot set Sync"
 
-as_user "$QP" --headless > "$D/app.log" 2>&1 &
+if [ "$GUI" = yes ]; then
+    as_user env QT_QPA_PLATFORM=xcb "$QP" > "$D/app.log" 2>&1 &
+else
+    skipped+=("the clipboard: no Xvfb or xclip here")
+    as_user "$QP" --headless > "$D/app.log" 2>&1 &
+fi
 APP_PID=$!
 for _ in $(seq 100); do [ -S "$D/run/quirepad/quirepad.sock" ] && break; sleep 0.1; done
 [ -S "$D/run/quirepad/quirepad.sock" ] || { fail "the application did not start"; exit 1; }
@@ -131,6 +148,11 @@ print_to Sync "Synced"
 if wait_until 30 test -s "$D/sync/Output-Synced.pdf"; then
     cmp -s "$D/sample.pdf" "$D/sync/Output-Synced.pdf" || fail "the synced file differs from the printed one"
     log "sync folder: delivered"
+    if [ "$GUI" = yes ]; then
+        link="$(as_user timeout 10 xclip -o -selection clipboard 2>&1)"
+        [ "$link" = "file://$D/sync/Output-Synced.pdf" ] && log "sync folder: the link is on the clipboard" \
+            || fail "the clipboard holds: $link"
+    fi
 else
     fail "nothing arrived in the sync folder: $(ls "$D/sync")"
 fi
