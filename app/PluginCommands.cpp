@@ -6,6 +6,7 @@
 #include "pipeline/MainAppDelegate.h"
 #include "pipeline/PluginInstaller.h"
 #include "pipeline/UserWorkflows.h"
+#include "pipeline/WorkflowCreator.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -15,6 +16,8 @@
 namespace quirepad {
 
 namespace {
+
+constexpr const char* kSynopsis = "list [--json] | install FILE | remove NAME | samples | create SAMPLE NAME";
 
 QString commandName(WorkflowKind kind)
 {
@@ -75,6 +78,39 @@ int remove(WorkflowKind kind, AppSession& session, const CommandInvocation& call
     return 0;
 }
 
+int create(WorkflowKind kind, AppSession& session, const CommandInvocation& call)
+{
+    if (call.arguments.size() != 3)
+        return call.fail(QStringLiteral("usage: %1 create SAMPLE NAME").arg(commandName(kind)), 2);
+    if (const std::optional<QString> problem = WorkflowCreator::nameProblem(call.arguments.at(2)))
+        return call.fail(*problem, 2);
+    // The name is given, so nothing is asked; the copy is not opened.
+    WorkflowCreator creator(kind, &session.delegate().workflowLibrary());
+    const WorkflowCreator::Result result = creator.create(call.arguments.at(1), call.arguments.at(2), false);
+    switch (result.outcome) {
+    case WorkflowCreator::Outcome::Created:
+        call.out << result.path << '\n';
+        return 0;
+    case WorkflowCreator::Outcome::Existing:
+        return call.fail(QStringLiteral("%1 is there already and is kept (remove it first to replace it)").arg(result.path));
+    case WorkflowCreator::Outcome::Refused:
+        return call.fail(result.error, 2);
+    case WorkflowCreator::Outcome::Cancelled:
+    case WorkflowCreator::Outcome::Failed:
+        break;
+    }
+    return call.fail(result.error);
+}
+
+int samples(WorkflowKind kind, const CommandInvocation& call)
+{
+    if (call.arguments.size() != 1)
+        return call.fail(QStringLiteral("%1 samples takes no arguments").arg(commandName(kind)), 2);
+    for (const WorkflowCreator::Sample& sample : WorkflowCreator(kind).samples())
+        call.out << sample.id << "  " << sample.title << '\n';
+    return 0;
+}
+
 int run(WorkflowKind kind, AppSession& session, const CommandInvocation& call)
 {
     const QString sub = call.arguments.value(0);
@@ -84,7 +120,11 @@ int run(WorkflowKind kind, AppSession& session, const CommandInvocation& call)
         return install(kind, session, call);
     if (sub == QLatin1String("remove"))
         return remove(kind, session, call);
-    return call.fail(QStringLiteral("usage: %1 list [--json] | install FILE | remove NAME").arg(commandName(kind)), 2);
+    if (sub == QLatin1String("samples"))
+        return samples(kind, call);
+    if (sub == QLatin1String("create"))
+        return create(kind, session, call);
+    return call.fail(QStringLiteral("usage: %1 %2").arg(commandName(kind), QString::fromLatin1(kSynopsis)), 2);
 }
 
 } // namespace
@@ -94,13 +134,15 @@ void addPluginCommands(CommandLine& commandLine, AppSession& session)
     for (const WorkflowKind kind : { WorkflowKind::Plugin, WorkflowKind::Filter }) {
         const bool plugin = kind == WorkflowKind::Plugin;
         commandLine.addCommand(
-            { commandName(kind), QStringLiteral("list [--json] | install FILE | remove NAME"),
+            { commandName(kind), QString::fromLatin1(kSynopsis),
               plugin ? QStringLiteral("the plugin workflows of yours in ${APP_SUPPORT_PLUGINS}: list them,\n"
                                       "install a .qpdplugin package (files already there are kept),\n"
-                                      "remove one by name")
+                                      "remove one by name, list the samples, or copy a sample as\n"
+                                      "NAME.workflow (printing its path; an existing one is kept)")
                      : QStringLiteral("the filter workflows of yours in ${APP_SUPPORT_PLUGINS}/Filters: list\n"
                                       "them, install a .qpdfilter package (files already there are\n"
-                                      "kept), remove one by name"),
+                                      "kept), remove one by name, list the samples, or copy a sample\n"
+                                      "as NAME.workflow (printing its path; an existing one is kept)"),
               [kind, &session](const CommandInvocation& call) { return run(kind, session, call); } });
     }
 }

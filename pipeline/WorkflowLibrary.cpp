@@ -3,8 +3,6 @@
 #include "foundation/fileutil.h"
 #include "foundation/pathvars.h"
 
-#include <utility>
-
 namespace quirepad {
 
 namespace {
@@ -45,21 +43,26 @@ void WorkflowLibrary::refreshPluginList()
     emit listsChanged();
 }
 
-QStringList WorkflowLibrary::installWorkflows()
+QList<WorkflowLibrary::Sample> WorkflowLibrary::samples(WorkflowKind kind)
 {
-    static const std::pair<const char*, const char*> plugins[] = {
-        {"SaveAsImage.workflow", "Save as Image.workflow"},
-        {"SaveAsText.workflow", "Save as Text.workflow"},
-        {"SaveAsWebPage.workflow", "Save as WebPage.workflow"},
-        {"FlattenPlugin.workflow", "Save as Flat PDF.workflow"},
-    };
-    static const std::pair<const char*, const char*> filters[] = {
+    if (kind == WorkflowKind::Plugin)
+        return {
+            {"SaveAsImage.workflow", "Save as Image.workflow"},
+            {"SaveAsText.workflow", "Save as Text.workflow"},
+            {"SaveAsWebPage.workflow", "Save as WebPage.workflow"},
+            {"FlattenPlugin.workflow", "Save as Flat PDF.workflow"},
+        };
+    return {
         {"Monochrome.workflow", "Monochrome.workflow"},
         {"CMYK color.workflow", "CMYK color.workflow"},
         {"Grayscale color.workflow", "Grayscale color.workflow"},
         {"PDF X-3.workflow", "PDF X-3.workflow"},
         {"FlattenFilter.workflow", "Flatten PDF.workflow"},
     };
+}
+
+QStringList WorkflowLibrary::installWorkflows()
+{
     QStringList installed;
     auto install = [&](const QString& source, const QString& target) {
         if (path_exists(target))
@@ -70,10 +73,10 @@ QStringList WorkflowLibrary::installWorkflows()
     const QString userPlugins = f(QStringLiteral("${APP_SUPPORT_PLUGINS}"));
     mk_dirs(userPlugins);
     mk_dirs(userPlugins + QStringLiteral("/Filters"));
-    for (const auto& [source, target] : plugins)
+    for (const auto& [source, target] : samples(WorkflowKind::Plugin))
         install(f(QStringLiteral("${APP_RESOURCES}/SamplePlugins/%@"), source),
                 userPlugins + QLatin1Char('/') + QString::fromUtf8(target));
-    for (const auto& [source, target] : filters)
+    for (const auto& [source, target] : samples(WorkflowKind::Filter))
         install(f(QStringLiteral("${APP_RESOURCES}/SampleFilters/%@"), source),
                 userPlugins + QStringLiteral("/Filters/") + QString::fromUtf8(target));
     refreshPluginList();

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "pipeline/UserWorkflows.h"
+
+#include <QList>
 #include <QObject>
 #include <QStringList>
 
@@ -28,6 +31,14 @@ public:
     QStringList installWorkflows();
 
     static constexpr const char* separator = "---";
+
+    // A sample workflow of ${APP_RESOURCES}/SamplePlugins or SampleFilters:
+    // its file name there and the name it is installed under.
+    struct Sample {
+        const char* file;
+        const char* installedName;
+    };
+    static QList<Sample> samples(WorkflowKind kind);
 
 signals:
     void listsChanged();

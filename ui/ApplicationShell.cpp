@@ -5,6 +5,7 @@
 #include "ui/PanelDestinationChooser.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusMenu.h"
+#include "ui/WorkflowEditor.h"
 
 namespace quirepad {
 
@@ -23,6 +24,8 @@ ApplicationShell::ApplicationShell(MainAppDelegate& delegate, QObject* parent)
     });
     connect(m_panel.get(), &DestinationPanel::preferencesRequested, this, &ApplicationShell::showPreferences);
     connect(m_statusMenu.get(), &StatusMenu::preferencesRequested, this, &ApplicationShell::showPreferences);
+    connect(m_statusMenu.get(), &StatusMenu::pluginsRequested, this, &ApplicationShell::showPluginEditor);
+    connect(m_statusMenu.get(), &StatusMenu::filtersRequested, this, &ApplicationShell::showFilterEditor);
     connect(m_statusMenu.get(), &StatusMenu::quitRequested, this, &ApplicationShell::quitRequested);
     m_statusMenu->applySettings();
 }
@@ -37,8 +40,24 @@ void ApplicationShell::showPreferences()
     if (!m_preferences) {
         m_preferences = std::make_unique<PreferencesWindow>(m_delegate);
         connect(m_preferences.get(), &PreferencesWindow::settingsChanged, this, &ApplicationShell::applySettings);
+        connect(m_preferences.get(), &PreferencesWindow::pluginsRequested, this, &ApplicationShell::showPluginEditor);
+        connect(m_preferences.get(), &PreferencesWindow::filtersRequested, this, &ApplicationShell::showFilterEditor);
     }
     m_preferences->present();
+}
+
+void ApplicationShell::showPluginEditor()
+{
+    if (!m_pluginEditor)
+        m_pluginEditor = std::make_unique<WorkflowEditor>(WorkflowKind::Plugin, m_delegate.workflowLibrary());
+    m_pluginEditor->present();
+}
+
+void ApplicationShell::showFilterEditor()
+{
+    if (!m_filterEditor)
+        m_filterEditor = std::make_unique<WorkflowEditor>(WorkflowKind::Filter, m_delegate.workflowLibrary());
+    m_filterEditor->present();
 }
 
 void ApplicationShell::applySettings()

@@ -10,10 +10,12 @@ class DestinationPanel;
 class MainAppDelegate;
 class PreferencesWindow;
 class StatusMenu;
+class WorkflowEditor;
 
 // The windowed program around the pipeline: the destination panel asks
 // for destinations, the tray menu offers the commands, the preferences
-// window edits destinations and settings. The delegate must outlive it.
+// window edits destinations and settings, the workflow editors list the
+// user's plugins and filters. The delegate must outlive it.
 class ApplicationShell : public QObject
 {
     Q_OBJECT
@@ -25,8 +27,13 @@ public:
     DestinationPanel& panel() const { return *m_panel; }
     StatusMenu& statusMenu() const { return *m_statusMenu; }
     PreferencesWindow* preferencesWindow() const { return m_preferences.get(); }
+    WorkflowEditor* pluginEditor() const { return m_pluginEditor.get(); }
+    WorkflowEditor* filterEditor() const { return m_filterEditor.get(); }
 
     void showPreferences();
+    // The user's plugin or filter workflows.
+    void showPluginEditor();
+    void showFilterEditor();
     // Settings may have changed behind our back (a forwarded command).
     void applySettings();
 
@@ -38,6 +45,8 @@ private:
     std::unique_ptr<DestinationPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<PreferencesWindow> m_preferences; // made on first use
+    std::unique_ptr<WorkflowEditor> m_pluginEditor;   // made on first use
+    std::unique_ptr<WorkflowEditor> m_filterEditor;   // made on first use
 };
 
 } // namespace quirepad

@@ -77,6 +77,12 @@ PreferencesWindow::PreferencesWindow(MainAppDelegateBase& delegate, QWidget* par
     buttons->addWidget(add);
     buttons->addWidget(m_remove);
     buttons->addStretch(1);
+    m_plugins = new QPushButton(tr("Plugins…"), this);
+    m_filters = new QPushButton(tr("Filters…"), this);
+    connect(m_plugins, &QPushButton::clicked, this, &PreferencesWindow::pluginsRequested);
+    connect(m_filters, &QPushButton::clicked, this, &PreferencesWindow::filtersRequested);
+    buttons->addWidget(m_plugins);
+    buttons->addWidget(m_filters);
     layout->addLayout(buttons);
 
     auto* settings = new QWidget(this);

@@ -30,6 +30,8 @@ public:
     QTableView* table() const { return m_table; }
     DestinationTableModel* model() const { return m_model; }
     QPushButton* removeButton() const { return m_remove; }
+    QPushButton* pluginsButton() const { return m_plugins; }
+    QPushButton* filtersButton() const { return m_filters; }
 
     // Adds a destination of a type letter under a name; answers its row.
     int addDestination(const QString& typeLetter, const QString& name);
@@ -39,6 +41,9 @@ public:
 signals:
     // A setting that the tray or the panel reads has changed.
     void settingsChanged();
+    // The user asked for the plugin or filter workflows.
+    void pluginsRequested();
+    void filtersRequested();
 
 private:
     void buildSettings(QWidget& page);
@@ -50,6 +55,8 @@ private:
     DestinationTableModel* m_model = nullptr; // child
     QTableView* m_table = nullptr;            // child
     QPushButton* m_remove = nullptr;          // child
+    QPushButton* m_plugins = nullptr;         // child
+    QPushButton* m_filters = nullptr;         // child
     QCheckBox* m_followMouse = nullptr;
     QCheckBox* m_showTray = nullptr;
     QSpinBox* m_maxcount = nullptr;

@@ -42,6 +42,8 @@ StatusMenu::StatusMenu(MainAppDelegate& delegate, QObject* parent)
     m_menu->addSeparator();
     m_menu->addAction(tr("Install Print Driver…"), this, later([this] { m_delegate.installDriver(); }));
     m_menu->addAction(tr("Preferences…"), this, [this] { emit preferencesRequested(); });
+    m_menu->addAction(tr("Plugins…"), this, [this] { emit pluginsRequested(); });
+    m_menu->addAction(tr("Filters…"), this, [this] { emit filtersRequested(); });
     m_menu->addSeparator();
     m_menu->addAction(tr("Quit"), this, [this] { emit quitRequested(); });
 

@@ -16,7 +16,7 @@ class MainAppDelegate;
 
 // The tray icon and its menu: the destinations in the menu (each sends
 // chosen PDF files there), the queue commands, the driver installer, the
-// preferences and Quit. The icon and tooltip tell whether a batch is
+// preferences, the user's plugin and filter workflows, and Quit. The icon and tooltip tell whether a batch is
 // running and how many jobs wait in the spool.
 class StatusMenu : public QObject
 {
@@ -47,6 +47,8 @@ public:
 
 signals:
     void preferencesRequested();
+    void pluginsRequested();
+    void filtersRequested();
     void quitRequested();
 
 private:

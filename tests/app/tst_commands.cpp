@@ -11,6 +11,7 @@
 #include "pipeline/jobinfo.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
@@ -149,6 +150,59 @@ private slots:
         QCOMPARE(reply.err, QString());
         QVERIFY(!QFile::exists(m_installerRecord));
         QVERIFY(QFile::exists(m_spoolJob));
+    }
+
+    // "plugins create" and "filters create" copy a sample under the given
+    // name and print its path; a name taken, an unusable name or an
+    // unknown sample makes nothing.
+    void creatingFromASample_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("created"); // relative to the plugin folder; empty: nothing
+        QTest::addColumn<QString>("said");    // a part of the error output
+        QTest::newRow("plugin") << QStringList { "plugins", "create", "SaveAsText", "My Text" } << 0
+                                << "My Text.workflow" << "";
+        QTest::newRow("filter by its title") << QStringList { "filters", "create", "Flatten PDF", "Flat" } << 0
+                                             << "Filters/Flat.workflow" << "";
+        QTest::newRow("slash") << QStringList { "plugins", "create", "SaveAsText", "../Out" } << 2 << ""
+                               << "must not contain \"/\"";
+        QTest::newRow("dot-dot") << QStringList { "filters", "create", "Monochrome", ".." } << 2 << ""
+                                 << "cannot name a workflow";
+        QTest::newRow("unknown sample") << QStringList { "plugins", "create", "Nothing", "Mine" } << 2 << ""
+                                        << "SaveAsText";
+        QTest::newRow("missing name") << QStringList { "plugins", "create", "SaveAsText" } << 2 << ""
+                                      << "usage: plugins create SAMPLE NAME";
+    }
+
+    void creatingFromASample()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, status);
+        QFETCH(QString, created);
+        QFETCH(QString, said);
+        const QString plugins = path("XDG_DATA_HOME/Quirepad/PlugIns");
+        QVERIFY(QDir(plugins).removeRecursively());
+        const InstanceReply reply = command(arguments);
+        QCOMPARE(reply.status, status);
+        QVERIFY2(reply.err.contains(said), qPrintable(reply.err));
+        if (created.isEmpty()) {
+            QCOMPARE(reply.out, QString());
+            QVERIFY(!QFileInfo::exists(path("XDG_DATA_HOME/Quirepad/Out.workflow")));
+            QCOMPARE(command({ "plugins", "list" }).out + command({ "filters", "list" }).out, QString());
+            return;
+        }
+        const QString made = plugins + '/' + created;
+        QCOMPARE(reply.out, made + '\n');
+        QVERIFY(QFileInfo(made).isExecutable());
+        QVERIFY(readFile(made).startsWith("#!"));
+        // Under a name now taken: kept, and said so.
+        QVERIFY(writeFile(made, "#!/bin/sh\n# mine\n", kExecutable));
+        const InstanceReply again = command(arguments);
+        QCOMPARE(again.status, 1);
+        QVERIFY2(again.err.contains("is there already and is kept"), qPrintable(again.err));
+        QCOMPARE(readFile(made), QByteArray("#!/bin/sh\n# mine\n"));
+        QVERIFY(command({ arguments.first(), "list" }).out.startsWith(QFileInfo(created).completeBaseName() + "  "));
     }
 
     void installingTheDriver_data()

@@ -9,6 +9,7 @@
 #include "ui/DestinationTableModel.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusMenu.h"
+#include "ui/WorkflowEditor.h"
 
 #include <QAction>
 #include <QCheckBox>
@@ -187,7 +188,8 @@ private slots:
     {
         QCOMPARE(menuTexts(), (QStringList{"Idle", "Open in Preview", "Copy to Desktop", "Process PDF Files…",
                                            "Take Screenshot", "Retry", "Stop", "Clear Queue",
-                                           "Install Print Driver…", "Preferences…", "Quit"}));
+                                           "Install Print Driver…", "Preferences…", "Plugins…", "Filters…",
+                                           "Quit"}));
         QVERIFY(!menuAction("Stop")->isEnabled()); // nothing to stop
 
         // A destination of the menu sends the chosen files there.
@@ -272,6 +274,26 @@ private slots:
         QVERIFY(window->removeSelected());
         QCOMPARE(model->rowCount(), 2);
         QVERIFY(!m_fx.context().hasChanges());
+    }
+
+    // The workflow windows open from the tray menu and from the preferences.
+    void workflowEditorsAreReachable()
+    {
+        QVERIFY(!m_shell->pluginEditor() && !m_shell->filterEditor());
+        menuAction("Plugins…")->trigger();
+        QVERIFY(m_shell->pluginEditor() && m_shell->pluginEditor()->isVisible());
+        QCOMPARE(m_shell->pluginEditor()->kind(), WorkflowKind::Plugin);
+        menuAction("Filters…")->trigger();
+        QVERIFY(m_shell->filterEditor() && m_shell->filterEditor()->isVisible());
+        QCOMPARE(m_shell->filterEditor()->kind(), WorkflowKind::Filter);
+
+        m_shell->pluginEditor()->close();
+        m_shell->filterEditor()->close();
+        m_shell->showPreferences();
+        m_shell->preferencesWindow()->pluginsButton()->click();
+        QVERIFY(m_shell->pluginEditor()->isVisible());
+        m_shell->preferencesWindow()->filtersButton()->click();
+        QVERIFY(m_shell->filterEditor()->isVisible());
     }
 
     void preferencesSettingsReachTheTray()
