@@ -2,8 +2,9 @@
 # Printed jobs through a private cupsd to the destinations beyond a plain
 # folder, on real parts: an e-book library (calibre's calibredb), an e-reader
 # volume mounted under /media (a tmpfs; a decoy volume beside it), the
-# reader's e-mail through xdg-email and a registered mail handler, and a
-# sync folder.
+# reader's e-mail through xdg-email and a registered mail handler, a sync
+# folder (its link on the clipboard), a sample workflow, and an application
+# (a recording desktop entry).
 #   destinations.sh BUILD_DIR
 # Exit 77 (skipped) when the machine cannot run it (not root, no cupsd).
 set -uo pipefail
@@ -101,7 +102,12 @@ EOF
 chmod 755 "$D/record-mail"
 printf '[Desktop Entry]\nType=Application\nName=Recorder\nExec=%s %%u\nMimeType=x-scheme-handler/mailto;\n' "$D/record-mail" \
     > "$D/data/applications/qp-record-mail.desktop"
-chown "$USER_NAME" "$D/data/applications/qp-record-mail.desktop"
+# A viewer that records the file it is asked to open.
+printf '#!/bin/sh\nprintf "%%s\\n" "$@" > "%s"\n' "$D/mailbox/viewed.txt" > "$D/record-view"
+chmod 755 "$D/record-view"
+printf '[Desktop Entry]\nType=Application\nName=Viewer\nExec=%s %%f\nMimeType=application/pdf;\n' "$D/record-view" \
+    > "$D/data/applications/qp-record-view.desktop"
+chown "$USER_NAME" "$D/data/applications/qp-record-mail.desktop" "$D/data/applications/qp-record-view.desktop"
 as_user xdg-mime default qp-record-mail.desktop x-scheme-handler/mailto
 
 HAS_CALIBRE=no
@@ -121,6 +127,12 @@ as_user "$QP" destinations set Mail do_compress=false config.transfer_type=1 con
 as_user "$QP" destinations add D Sync >/dev/null
 as_user "$QP" destinations set Sync do_compress=false config.copy_to_clipboard=true "config.output_dir=file://$D/sync/" \
     || fail "cannot set Sync"
+
+# "X": a sample workflow that saves the text; "O": the recording viewer.
+mkdir -p "$D/text" && chown "$USER_NAME" "$D/text"
+as_user "$QP" destinations add-workflow "Save as Text" >/dev/null
+as_user "$QP" destinations set "Save as Text" name=TextSaver "config.output_dir=file://$D/text/" || fail "cannot set the workflow destination"
+as_user "$QP" destinations add-app Viewer qp-record-view.desktop >/dev/null || fail "cannot add Viewer"
 
 if [ "$GUI" = yes ]; then
     as_user env QT_QPA_PLATFORM=xcb "$QP" > "$D/app.log" 2>&1 &
@@ -155,6 +167,25 @@ if wait_until 30 test -s "$D/sync/Output-Synced.pdf"; then
     fi
 else
     fail "nothing arrived in the sync folder: $(ls "$D/sync")"
+fi
+
+# "X": the workflow's own output.
+print_to TextSaver "Texted"
+if wait_until 30 test -s "$D/text/Texted.txt"; then
+    grep -q "Destinations sample" "$D/text/Texted.txt" || fail "the workflow's text lacks the page's words"
+    log "workflow: ran and saved the text"
+else
+    fail "the workflow left nothing: $(ls "$D/text")"
+fi
+
+# "O": the viewer opens a copy that outlives the job.
+print_to Viewer "Viewed"
+if wait_until 30 test -s "$D/mailbox/viewed.txt"; then
+    viewed="$(head -1 "$D/mailbox/viewed.txt")"
+    sleep 1
+    cmp -s "$D/sample.pdf" "$viewed" && log "application: opened $viewed" || fail "the viewer was given $viewed"
+else
+    fail "the viewer was not started"
 fi
 
 # "K" over USB: the reader's documents, not the decoy's.
