@@ -184,6 +184,26 @@ if [ "$REMOTE" = yes ]; then
     fi
 fi
 
+# 5. A plugin package opened with the program is installed by the running
+# instance (without windows there is nobody to ask: opening it is the
+# user's word), and listed.
+python3 - "$D/Stamp.qpdplugin" <<'PY'
+import sys, zipfile
+with zipfile.ZipFile(sys.argv[1], "w") as z:
+    run = zipfile.ZipInfo("Stamp/Stamp.workflow")
+    run.external_attr = 0o100755 << 16
+    z.writestr(run, '#!/bin/sh\nprintf "%s\\n" "$1"\n')
+    z.writestr("Stamp/Info.plist", '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>'
+               '<key>name</key><string>Stamp</string><key>description</key><string>Marks pages</string></dict></plist>\n')
+PY
+chmod 644 "$D/Stamp.qpdplugin"
+as_user "$QP" "$D/Stamp.qpdplugin" > "$D/open.log" 2>&1 || fail "opening the package failed: $(cat "$D/open.log")"
+if as_user "$QP" plugins list 2>&1 | grep -q "Stamp"; then
+    log "plugin package opened and installed"
+else
+    fail "the opened package is not listed: $(as_user "$QP" plugins list 2>&1 | head -5)"
+fi
+
 # The other user's job is still there, untouched.
 [ "$(cat "$SPOOL/$OTHER-D3F2UG-private.pdf" 2>/dev/null)" = "%PDF-1.4 not yours" ] || fail "another user's job was touched"
 # Nothing of ours is left but the kept job.
