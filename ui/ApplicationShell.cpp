@@ -5,7 +5,8 @@
 #include "ui/PanelDestinationChooser.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusMenu.h"
-#include "ui/WorkflowEditor.h"
+#include "ui/FilterEditor.h"
+#include "ui/PluginEditor.h"
 
 namespace quirepad {
 
@@ -49,14 +50,14 @@ void ApplicationShell::showPreferences()
 void ApplicationShell::showPluginEditor()
 {
     if (!m_pluginEditor)
-        m_pluginEditor = std::make_unique<WorkflowEditor>(WorkflowKind::Plugin, m_delegate.workflowLibrary());
+        m_pluginEditor = std::make_unique<PluginEditor>(m_delegate.workflowLibrary());
     m_pluginEditor->present();
 }
 
 void ApplicationShell::showFilterEditor()
 {
     if (!m_filterEditor)
-        m_filterEditor = std::make_unique<WorkflowEditor>(WorkflowKind::Filter, m_delegate.workflowLibrary());
+        m_filterEditor = std::make_unique<FilterEditor>(m_delegate.workflowLibrary());
     m_filterEditor->present();
 }
 
