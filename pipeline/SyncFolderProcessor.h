@@ -12,7 +12,9 @@ class SyncFolderProcessor : public CopyFileProcessor
 public:
     bool copyTempFile(const QString& source, const QString& target) override;
 
-    // The text put on the clipboard for a delivered file.
+    // The text put on the clipboard for a delivered file: the sync
+    // client's shared link when its "dropbox sharelink" gives one, else
+    // the file's URL.
     static QString linkFor(const QString& path);
 
 protected:

@@ -303,13 +303,21 @@ private slots:
     void syncFolder_data()
     {
         QTest::addColumn<bool>("toClipboard");
-        QTest::newRow("copied to the clipboard") << true;
-        QTest::newRow("clipboard left alone") << false;
+        QTest::addColumn<QString>("client"); // a "dropbox" command's script; empty: none installed
+        QTest::addColumn<QString>("link");   // expected; empty: the file's URL
+        const QString shared = "https://www.dropbox.com/s/abc123/Plan.pdf?dl=0";
+        QTest::newRow("copied to the clipboard") << true << QString() << QString();
+        QTest::newRow("clipboard left alone") << false << QString() << QString();
+        QTest::newRow("the client's shared link") << true << "echo '" + shared + "'\n" << shared;
+        QTest::newRow("the client has no link") << true << "echo \"Dropbox isn't running!\" >&2\nexit 1\n" << QString();
     }
 
     void syncFolder()
     {
         QFETCH(bool, toClipboard);
+        QFETCH(QString, client);
+        QFETCH(QString, link);
+        qputenv("PATH", (client.isEmpty() ? binWith({}) : binWith({{"dropbox", client.toUtf8()}})).toUtf8());
         QVERIFY(qobject_cast<QGuiApplication*>(QCoreApplication::instance()));
         QGuiApplication::clipboard()->setText("before");
         const QString out = freshFolder("Dropbox") + "/Public";
@@ -321,8 +329,8 @@ private slots:
         QCOMPARE(processor.resultFile, out + "/Plan.pdf");
         QCOMPARE(readFile(out + "/Plan.pdf"), QByteArray("%PDF-1.4 job"));
         QCOMPARE(shown(), QStringList{"notification: File sent to the Dropbox []"});
-        QCOMPARE(QGuiApplication::clipboard()->text(),
-                 toClipboard ? QUrl::fromLocalFile(out + "/Plan.pdf").toString() : QString("before"));
+        const QString expected = link.isEmpty() ? QUrl::fromLocalFile(out + "/Plan.pdf").toString() : link;
+        QCOMPARE(QGuiApplication::clipboard()->text(), toClipboard ? expected : QString("before"));
     }
 };
 
