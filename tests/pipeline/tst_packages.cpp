@@ -358,6 +358,22 @@ private slots:
     }
 
     // Folders are dropped from entry names; unsafe names answer null.
+    // The general installer: archives of its own extension into its own
+    // folder (path variables expanded); others refused.
+    void generalInstallerUsesItsFolder()
+    {
+        const QString package = build("plugin", "Extras.zip");
+        QVERIFY(!package.isEmpty());
+        MYPluginInstaller installer;
+        installer.setInteractive(false);
+        installer.setPluginDirectory("${APP_SUPPORT}/Extras");
+        const MYPluginInstaller::Result result = installer.installPluginFile(package);
+        QCOMPARE(int(result.outcome), int(Outcome::Installed));
+        QCOMPARE(result.targetFolder, expandStr("${APP_SUPPORT}/Extras"));
+        QVERIFY(QFile::exists(result.targetFolder + "/Hello.workflow"));
+        QCOMPARE(int(installer.installPluginFile(build("plugin", "Other.qpdplugin")).outcome), int(Outcome::Refused));
+    }
+
     void junkedNames()
     {
         QString why;
