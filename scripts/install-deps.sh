@@ -26,6 +26,8 @@ PACKAGES=(
     libcups2-dev cups cups-client cups-bsd cups-filters cups-ipp-utils printer-driver-cups-pdf iproute2 policykit-1
     # destinations: the e-book library (calibredb), mail and mime handlers
     calibre xdg-utils xclip
+    # opening packages as a file manager does: their MIME type, then gio
+    shared-mime-info libglib2.0-bin
     # ejecting an e-reader: UDisks2 (and udevd) started by the test itself
     udisks2
 )

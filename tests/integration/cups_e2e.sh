@@ -197,8 +197,23 @@ with zipfile.ZipFile(sys.argv[1], "w") as z:
                '<key>name</key><string>Stamp</string><key>description</key><string>Marks pages</string></dict></plist>\n')
 PY
 chmod 644 "$D/Stamp.qpdplugin"
-as_user "$QP" "$D/Stamp.qpdplugin" > "$D/open.log" 2>&1 || fail "opening the package failed: $(cat "$D/open.log")"
-if as_user "$QP" plugins list 2>&1 | grep -q "Stamp"; then
+# Opened as a file manager opens it: its type from the installed MIME
+# package, the program from the desktop entry (chosen as the default, as a
+# user does with "Open With"), started by gio.
+if command -v gio >/dev/null && command -v update-mime-database >/dev/null; then
+    update-mime-database "$D/prefix/share/mime" >/dev/null 2>&1
+    opener=(env PATH="$D/prefix/bin:$PATH" XDG_DATA_DIRS="$D/prefix/share:/usr/share")
+    as_user "${opener[@]}" xdg-mime default com.halvern.Quirepad.desktop application/x-quirepad-plugin
+    type="$(as_user "${opener[@]}" gio info -a standard::content-type "$D/Stamp.qpdplugin" | sed -n 's/.*content-type: //p')"
+    [ "$type" = application/x-quirepad-plugin ] || fail "the package's type is $type"
+    as_user "${opener[@]}" gio open "$D/Stamp.qpdplugin" > "$D/open.log" 2>&1 || fail "gio could not open the package: $(cat "$D/open.log")"
+else
+    log "gio or update-mime-database missing: the package is opened with the program directly"
+    as_user "$QP" "$D/Stamp.qpdplugin" > "$D/open.log" 2>&1 || fail "opening the package failed: $(cat "$D/open.log")"
+fi
+installed=no
+for _ in $(seq 50); do as_user "$QP" plugins list 2>&1 | grep -q "Stamp" && installed=yes && break; sleep 0.2; done
+if [ "$installed" = yes ]; then
     log "plugin package opened and installed"
 else
     fail "the opened package is not listed: $(as_user "$QP" plugins list 2>&1 | head -5)"
