@@ -219,6 +219,22 @@ else
     fail "the opened package is not listed: $(as_user "$QP" plugins list 2>&1 | head -5)"
 fi
 
+# A filter package installed from the command line lands among the filters.
+python3 - "$D/Toner.qpdfilter" <<'PY'
+import sys, zipfile
+with zipfile.ZipFile(sys.argv[1], "w") as z:
+    run = zipfile.ZipInfo("Toner.workflow")
+    run.external_attr = 0o100755 << 16
+    z.writestr(run, '#!/bin/sh\ncp "$1" "$1.out.pdf" && printf "%s\\n" "$1.out.pdf"\n')
+    z.writestr("Toner.plist", '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>'
+               '<key>name</key><string>Toner</string></dict></plist>\n')
+PY
+chmod 644 "$D/Toner.qpdfilter"
+as_user "$QP" filters install "$D/Toner.qpdfilter" > "$D/filter.log" 2>&1 || fail "filters install failed: $(cat "$D/filter.log")"
+as_user "$QP" filters list 2>&1 | grep -q "Toner" && log "filter package installed from the command line" \
+    || fail "the filter is not listed: $(as_user "$QP" filters list 2>&1 | head -5)"
+as_user "$QP" plugins list 2>&1 | grep -q "Toner" && fail "the filter was listed among the plugins"
+
 # The other user's job is still there, untouched.
 [ "$(cat "$SPOOL/$OTHER-D3F2UG-private.pdf" 2>/dev/null)" = "%PDF-1.4 not yours" ] || fail "another user's job was touched"
 # Nothing of ours is left but the kept job.
