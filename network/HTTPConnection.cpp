@@ -1,0 +1,312 @@
+#include "network/HTTPConnection.h"
+
+#include "foundation/identifiers.h"
+#include "foundation/string_ext.h"
+#include "network/HTTPConnectionDelegate.h"
+#include "network/HTTPServer.h"
+#include "network/NetworkLog.h"
+
+#include <QFile>
+#include <QStringDecoder>
+#include <QTcpSocket>
+
+namespace quirepad {
+
+namespace {
+
+QByteArray headBytes(const QStringList& lines)
+{
+    return (lines.join(QLatin1String("\r\n")) + QLatin1String("\r\n\r\n")).toUtf8();
+}
+
+QString utf8OrNull(const QByteArray& bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(bytes);
+    if (decoder.hasError())
+        return {};
+    if (text.isNull())
+        text = QLatin1String("");
+    return text;
+}
+
+QString refusalMessage(HTTPRequestParser::State state)
+{
+    switch (state) {
+    case HTTPRequestParser::State::HeadTooLarge:
+        return QStringLiteral("request head too large");
+    case HTTPRequestParser::State::BodyTooLarge:
+        return QStringLiteral("request body too large");
+    default:
+        return QStringLiteral("bad request");
+    }
+}
+
+} // namespace
+
+HTTPConnection::HTTPConnection(QTcpSocket* socket, HTTPServer* server, const HTTPLimits& limits)
+    : QObject(server)
+    , m_socket(socket)
+    , m_server(server)
+    , m_parser(limits)
+    , m_limits(limits)
+{
+    m_socket->setParent(this);
+    connect(m_socket, &QTcpSocket::readyRead, this, &HTTPConnection::readRequest);
+    connect(m_socket, &QTcpSocket::disconnected, this, &HTTPConnection::close);
+    connect(m_socket, &QTcpSocket::bytesWritten, this, [this] {
+        restartIdleTimer();
+        writeNextPiece();
+    });
+    m_idleTimer.setSingleShot(true);
+    m_idleTimer.setInterval(m_limits.idleTimeout);
+    connect(&m_idleTimer, &QTimer::timeout, this, [this] {
+        qCInfo(lcHttp) << "closing idle connection";
+        close();
+    });
+    m_idleTimer.start();
+    if (m_socket->bytesAvailable() > 0)
+        QMetaObject::invokeMethod(this, &HTTPConnection::readRequest, Qt::QueuedConnection);
+}
+
+HTTPConnection::~HTTPConnection()
+{
+    m_isClosed = true;
+}
+
+void HTTPConnection::restartIdleTimer()
+{
+    if (!m_isClosed)
+        m_idleTimer.start();
+}
+
+void HTTPConnection::readRequest()
+{
+    if (m_isClosed)
+        return;
+    const QByteArray chunk = m_socket->readAll();
+    if (chunk.isEmpty())
+        return;
+    restartIdleTimer();
+    if (m_answered)
+        return;
+    const HTTPRequestParser::State state = m_parser.feed(chunk);
+    switch (state) {
+    case HTTPRequestParser::State::ReadingHead:
+    case HTTPRequestParser::State::ReadingBody:
+        return;
+    case HTTPRequestParser::State::Complete:
+        deliver();
+        return;
+    default:
+        qCInfo(lcHttp) << "refusing request:" << refusalMessage(state);
+        returnErrorMessage(refusalMessage(state));
+        return;
+    }
+}
+
+void HTTPConnection::deliver()
+{
+    const HTTPHead& head = m_parser.head();
+    m_peerHost = head.value(QStringLiteral("HOST"));
+    m_requestUrl = head.value(QStringLiteral("URL_PATH"));
+    HTTPConnectionDelegate* delegate = m_server ? m_server->delegate() : nullptr;
+    bool taken = false;
+    if (delegate) {
+        taken = delegate->receivedData(*this, m_parser.body(), head);
+        if (!taken && !m_isClosed)
+            taken = delegate->receivedString(*this, utf8OrNull(m_parser.body()), head);
+    }
+    if (!taken)
+        qCInfo(lcHttp) << "header:" << head << "data:" << m_parser.body().left(1024);
+    if (!m_answered)
+        returnErrorMessage(QStringLiteral("server not ready"));
+}
+
+bool HTTPConnection::beginResponse()
+{
+    if (m_answered || m_isClosed)
+        return false;
+    m_answered = true;
+    return true;
+}
+
+void HTTPConnection::returnDataContent(const QByteArray& data, const QString& contentType)
+{
+    if (!beginResponse())
+        return;
+    writeData(headBytes({QStringLiteral("HTTP/1.1 200 OK"),
+                         QStringLiteral("Date: %1").arg(dateText()),
+                         QStringLiteral("Server: %1").arg(m_httpAgent),
+                         QStringLiteral("Connection: close"),
+                         QStringLiteral("Access-Control-Allow-Origin: *"),
+                         QStringLiteral("Content-Type: %1").arg(contentType),
+                         QStringLiteral("Content-Length: %1").arg(data.size())})
+              + data);
+}
+
+void HTTPConnection::returnStringContent(const QString& text, const QString& contentType)
+{
+    if (!beginResponse())
+        return;
+    const QByteArray body = text.toUtf8();
+    writeData(headBytes({QStringLiteral("HTTP/1.1 200 OK"),
+                         QStringLiteral("Date: %1").arg(dateText()),
+                         QStringLiteral("Server: %1").arg(m_httpAgent),
+                         QStringLiteral("Connection: close"),
+                         QStringLiteral("Access-Control-Allow-Origin: *"),
+                         QStringLiteral("Access-Control-Allow-Headers: *"),
+                         QStringLiteral("Content-Type: %1").arg(contentType),
+                         QStringLiteral("Content-Length: %1").arg(body.size())})
+              + body);
+}
+
+void HTTPConnection::returnFileContent(const QString& path)
+{
+    if (!beginResponse())
+        return;
+    auto file = std::make_unique<QFile>(path);
+    if (file->open(QIODevice::ReadOnly))
+        m_file = std::move(file);
+    else
+        qCInfo(lcHttp) << "cannot read" << path << file->errorString();
+    writeData(headBytes({QStringLiteral("HTTP/1.1 200 OK"),
+                         QStringLiteral("Date: %1").arg(dateText()),
+                         QStringLiteral("Server: %1").arg(m_httpAgent),
+                         QStringLiteral("Access-Control-Allow-Origin: *"),
+                         QStringLiteral("Connection: close"),
+                         QStringLiteral("Content-Type: %1").arg(guessContentTypeForPath(path))}));
+}
+
+void HTTPConnection::returnErrorMessage(const QString& message)
+{
+    if (!beginResponse())
+        return;
+    const QByteArray body = message.toUtf8();
+    writeData(headBytes({QStringLiteral("HTTP/1.1 404 Not Found"),
+                         QStringLiteral("Date: %1").arg(dateText()),
+                         QStringLiteral("Server: %1").arg(m_httpAgent),
+                         QStringLiteral("Connection: close"),
+                         QStringLiteral("Access-Control-Allow-Origin: *"),
+                         QStringLiteral("Content-Type: text/plain; charset=utf-8"),
+                         QStringLiteral("Content-Length: %1").arg(body.size())})
+              + body);
+}
+
+void HTTPConnection::returnRSSFeed(const QVariantMap& feed)
+{
+    // The Host header is the client's text: links are XML-escaped like the
+    // titles so that no value can break out of its element.
+    auto link = [this](const QString& path) {
+        return xmlEncodedString(QStringLiteral("http://%1%2").arg(m_peerHost, path));
+    };
+    QString text = QStringLiteral(
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+        "<rss version=\"2.0\" xmlns:atom=\"http://www.w3.org/2005/Atom\""
+        " xmlns:content=\"http://purl.org/rss/1.0/modules/content/\""
+        " xmlns:wfw=\"http://wellformedweb.org/CommentAPI/\""
+        " xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\""
+        " xmlns:dc=\"http://purl.org/dc/elements/1.1/\""
+        " xmlns:cc=\"http://web.resource.org/cc/\">");
+    text += QStringLiteral("<channel><title>%1</title><link>%2</link><description>%3</description>")
+                .arg(xmlEncodedString(feed.value(QStringLiteral("TITLE")).toString()), link(m_requestUrl),
+                     xmlEncodedString(feed.value(QStringLiteral("DESC")).toString()));
+    text += QStringLiteral("<pubDate>xxx</pubDate>");
+    const QVariantList items = feed.value(QStringLiteral("ITEMS")).toList();
+    for (const QVariant& value : items) {
+        const QVariantMap item = value.toMap();
+        const QString itemLink = link(urlEncodedString(item.value(QStringLiteral("LINK")).toString()));
+        text += QStringLiteral("<item><title>%1</title><pubDate>xxx</pubDate><guid>%2</guid>")
+                    .arg(xmlEncodedString(item.value(QStringLiteral("TITLE")).toString()), itemLink);
+        text += QStringLiteral("<link>%1</link>").arg(itemLink);
+        text += QStringLiteral("<description>%1</description></item>\n")
+                    .arg(xmlEncodedString(item.value(QStringLiteral("DESC")).toString()));
+    }
+    text += QStringLiteral("</channel></rss>");
+    returnStringContent(text, QStringLiteral("application/rss+xml"));
+}
+
+QString HTTPConnection::guessContentTypeForPath(const QString& path)
+{
+    static const std::pair<QLatin1String, QLatin1String> types[] = {
+        {QLatin1String("txt"), QLatin1String("text/plain")},
+        {QLatin1String("html"), QLatin1String("text/html")},
+        {QLatin1String("js"), QLatin1String("text/javascript")},
+        {QLatin1String("css"), QLatin1String("text/css")},
+        {QLatin1String("png"), QLatin1String("image/png")},
+        {QLatin1String("gif"), QLatin1String("image/gif")},
+        {QLatin1String("jpg"), QLatin1String("image/jpeg")},
+        {QLatin1String("pdf"), QLatin1String("application/pdf")},
+    };
+    const QString lower = path.toLower();
+    for (const auto& [suffix, type] : types) {
+        if (lower.endsWith(suffix))
+            return type;
+    }
+    return QStringLiteral("application/octet-stream");
+}
+
+QString HTTPConnection::dateText()
+{
+    return todays_date(QStringLiteral("EEE, d MMM yyyy hh:mm:ss zzz"));
+}
+
+void HTTPConnection::writeData(const QByteArray& data)
+{
+    m_writeBuffer = data;
+    m_writePos = 0;
+    writeNextPiece();
+}
+
+void HTTPConnection::writeNextPiece()
+{
+    if (m_isClosed || m_finishing || !m_answered)
+        return;
+    if (m_socket->bytesToWrite() >= pieceSize)
+        return;
+    QByteArray piece;
+    if (m_writePos < m_writeBuffer.size()) {
+        const qint64 n = std::min<qint64>(pieceSize, m_writeBuffer.size() - m_writePos);
+        piece = m_writeBuffer.sliced(m_writePos, n);
+        m_writePos += n;
+    } else if (m_file) {
+        piece = m_file->read(pieceSize);
+        if (piece.isEmpty())
+            m_file.reset();
+    }
+    if (piece.isEmpty()) {
+        finishWriting();
+        return;
+    }
+    if (m_socket->write(piece) < 0) {
+        qCInfo(lcHttp) << "write failed:" << m_socket->errorString();
+        close();
+    }
+}
+
+void HTTPConnection::finishWriting()
+{
+    m_finishing = true;
+    m_writeBuffer.clear();
+    m_file.reset();
+    m_socket->disconnectFromHost();
+    if (m_socket->state() == QAbstractSocket::UnconnectedState)
+        close();
+}
+
+void HTTPConnection::close()
+{
+    if (m_isClosed)
+        return;
+    m_isClosed = true;
+    m_idleTimer.stop();
+    m_file.reset();
+    m_writeBuffer.clear();
+    m_socket->disconnect(this);
+    m_socket->abort();
+    emit closed(this);
+    m_server.clear();
+    deleteLater();
+}
+
+} // namespace quirepad

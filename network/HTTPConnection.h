@@ -1,0 +1,87 @@
+#pragma once
+
+#include "network/HTTPLimits.h"
+#include "network/HTTPRequestParser.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QTimer>
+#include <QVariantMap>
+
+#include <memory>
+
+class QFile;
+class QTcpSocket;
+
+namespace quirepad {
+
+class HTTPServer;
+
+// One accepted socket: reads one request, hands it to the server's delegate,
+// writes one response with "Connection: close" and closes. Responses leave in
+// pieces of pieceSize bytes, the next piece only once the socket has drained
+// the previous one, so the event loop never waits on a slow peer. Requests
+// beyond the limits, a request line of fewer than three words and a peer
+// that stays idle for the idle timeout end the connection.
+class HTTPConnection : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr qint64 pieceSize = 262144;
+
+    // Takes ownership of socket; the server is the parent.
+    HTTPConnection(QTcpSocket* socket, HTTPServer* server, const HTTPLimits& limits);
+    ~HTTPConnection() override;
+
+    // The request target as sent, query string included.
+    QString requestPath() const { return m_requestUrl; }
+    QString peerHost() const { return m_peerHost; }
+    bool isClosed() const { return m_isClosed; }
+
+    // Response writers; the first one called answers, later calls are ignored.
+    void returnDataContent(const QByteArray& data, const QString& contentType);
+    void returnStringContent(const QString& text, const QString& contentType = QStringLiteral("text/html"));
+    void returnFileContent(const QString& path);
+    void returnErrorMessage(const QString& message);
+    // A feed map with "TITLE", "DESC" and "ITEMS" (maps with "TITLE",
+    // "DESC" and "LINK"), sent as RSS 2.0 with absolute links on the
+    // request's Host.
+    void returnRSSFeed(const QVariantMap& feed);
+
+    static QString guessContentTypeForPath(const QString& path);
+    static QString dateText();
+
+    // Ends the connection at once; the server drops it. Safe to call twice.
+    void close();
+
+signals:
+    void closed(HTTPConnection* connection);
+
+private:
+    void readRequest();
+    void deliver();
+    bool beginResponse();
+    void writeData(const QByteArray& data);
+    void writeNextPiece();
+    void finishWriting();
+    void restartIdleTimer();
+
+    QTcpSocket* m_socket = nullptr;
+    QPointer<HTTPServer> m_server;
+    HTTPRequestParser m_parser;
+    HTTPLimits m_limits;
+    QTimer m_idleTimer;
+    QString m_httpAgent = QStringLiteral("MyDummyHTTPServer");
+    QString m_peerHost;
+    QString m_requestUrl;
+    QByteArray m_writeBuffer;
+    qint64 m_writePos = 0;
+    std::unique_ptr<QFile> m_file;
+    bool m_answered = false;
+    bool m_finishing = false;
+    bool m_isClosed = false;
+};
+
+} // namespace quirepad

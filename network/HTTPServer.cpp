@@ -1,0 +1,105 @@
+#include "network/HTTPServer.h"
+
+#include "foundation/UserDefaults.h"
+#include "network/HTTPConnection.h"
+#include "network/NetworkLog.h"
+
+#include <QTcpServer>
+#include <QTcpSocket>
+
+namespace quirepad {
+
+HTTPServer::HTTPServer(QObject* parent)
+    : QObject(parent)
+{
+}
+
+HTTPServer::~HTTPServer()
+{
+    close();
+    for (HTTPConnection* connection : std::as_const(m_connections))
+        connection->disconnect(this);
+    m_connections.clear();
+}
+
+void HTTPServer::configure()
+{
+    const UserDefaults& defaults = UserDefaults::standard();
+    if (defaults.contains(QStringLiteral("HTTPServer_serverPort")))
+        m_serverPort = defaults.value(QStringLiteral("HTTPServer_serverPort")).toLongLong();
+    if (defaults.contains(QStringLiteral("HTTPServer_serviceName")))
+        m_serviceName = defaults.value(QStringLiteral("HTTPServer_serviceName")).toString();
+    if (defaults.contains(QStringLiteral("HTTPServer_serviceType")))
+        m_serviceType = defaults.value(QStringLiteral("HTTPServer_serviceType")).toString();
+    if (defaults.contains(QStringLiteral("HTTPServer_bind_all")))
+        m_bindAll = defaults.value(QStringLiteral("HTTPServer_bind_all")).toBool();
+}
+
+bool HTTPServer::listen()
+{
+    configure();
+    close();
+    m_listener = new QTcpServer(this);
+    connect(m_listener, &QTcpServer::newConnection, this, &HTTPServer::acceptPending);
+    connect(m_listener, &QTcpServer::acceptError, this, [this](QAbstractSocket::SocketError) {
+        qCWarning(lcHttp) << "accept error:" << (m_listener ? m_listener->errorString() : QString());
+    });
+    const QHostAddress address = m_bindAll ? QHostAddress(QHostAddress::AnyIPv4) : QHostAddress(QHostAddress::LocalHost);
+    const bool bound = m_listener->listen(address, quint16(m_serverPort));
+    if (!bound)
+        qCWarning(lcHttp) << "cannot listen on port" << quint16(m_serverPort) << m_listener->errorString();
+    m_activePort = port();
+    m_isRunning = true;
+    return bound;
+}
+
+void HTTPServer::close()
+{
+    if (!m_isClosed) {
+        const QList<HTTPConnection*> open = m_connections;
+        for (HTTPConnection* connection : open)
+            connection->close();
+        m_connections.clear();
+        m_isClosed = true;
+    }
+    if (m_listener) {
+        m_listener->close();
+        m_listener->deleteLater();
+        m_listener = nullptr;
+    }
+    m_isRunning = false;
+}
+
+quint16 HTTPServer::port() const
+{
+    if (!m_listener || !m_listener->isListening())
+        return 65535;
+    return m_listener->serverPort();
+}
+
+void HTTPServer::acceptPending()
+{
+    if (!m_listener)
+        return;
+    while (m_listener->hasPendingConnections()) {
+        if (m_connections.size() >= m_limits.maxConnections) {
+            m_listener->pauseAccepting();
+            return;
+        }
+        QTcpSocket* socket = m_listener->nextPendingConnection();
+        auto* connection = new HTTPConnection(socket, this, m_limits);
+        connect(connection, &HTTPConnection::closed, this, &HTTPServer::closeConnection);
+        m_connections.append(connection);
+    }
+}
+
+void HTTPServer::closeConnection(HTTPConnection* connection)
+{
+    m_connections.removeOne(connection);
+    if (m_listener && m_connections.size() < m_limits.maxConnections) {
+        m_listener->resumeAccepting();
+        QMetaObject::invokeMethod(this, &HTTPServer::acceptPending, Qt::QueuedConnection);
+    }
+}
+
+} // namespace quirepad
