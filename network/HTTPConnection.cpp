@@ -65,6 +65,15 @@ HTTPConnection::HTTPConnection(QTcpSocket* socket, HTTPServer* server, const HTT
         close();
     });
     m_idleTimer.start();
+    m_requestTimer.setSingleShot(true);
+    m_requestTimer.setInterval(m_limits.requestTimeout);
+    connect(&m_requestTimer, &QTimer::timeout, this, [this] {
+        if (m_answered)
+            return;
+        qCInfo(lcHttp) << "closing a connection whose request did not arrive in time";
+        close();
+    });
+    m_requestTimer.start();
     if (m_socket->bytesAvailable() > 0)
         QMetaObject::invokeMethod(this, &HTTPConnection::readRequest, Qt::QueuedConnection);
 }
@@ -96,6 +105,7 @@ void HTTPConnection::readRequest()
     case HTTPRequestParser::State::ReadingBody:
         return;
     case HTTPRequestParser::State::Complete:
+        m_requestTimer.stop();
         deliver();
         return;
     default:
@@ -300,6 +310,7 @@ void HTTPConnection::close()
         return;
     m_isClosed = true;
     m_idleTimer.stop();
+    m_requestTimer.stop();
     m_file.reset();
     m_writeBuffer.clear();
     m_socket->disconnect(this);

@@ -73,6 +73,7 @@ private:
     HTTPRequestParser m_parser;
     HTTPLimits m_limits;
     QTimer m_idleTimer;
+    QTimer m_requestTimer; // the whole request must arrive in time
     QString m_httpAgent = QStringLiteral("MyDummyHTTPServer");
     QString m_peerHost;
     QString m_requestUrl;

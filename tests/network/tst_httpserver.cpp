@@ -296,6 +296,29 @@ private slots:
         QVERIFY(client.received().isEmpty());
     }
 
+    // A client that keeps the connection busy with a byte now and then is
+    // closed when its request is not complete in time.
+    void tricklingClientIsClosed()
+    {
+        HTTPLimits limits;
+        limits.idleTimeout = std::chrono::milliseconds(1000);
+        limits.requestTimeout = std::chrono::milliseconds(300);
+        startServer(limits);
+        RawClient client(quint16(m_server->activePort()));
+        QVERIFY(client.connected());
+        QElapsedTimer clock;
+        clock.start();
+        const QByteArray request = "GET / HTTP/1.1\r\nHost: slow\r\nX-Padding: aaaaaaaaaaaaaaaaaaaaaaaa";
+        for (qsizetype i = 0; i < request.size() && !client.closed() && clock.elapsed() < 3000; ++i) {
+            client.send(request.mid(i, 1));
+            QTest::qWait(50);
+        }
+        QVERIFY(client.waitClosed(2000));
+        QVERIFY(clock.elapsed() >= 250);
+        QVERIFY(clock.elapsed() < 1500);
+        QVERIFY(client.received().isEmpty());
+    }
+
     void validRequestServedBesideStalledClient()
     {
         RawClient stalled(quint16(m_server->activePort()));
