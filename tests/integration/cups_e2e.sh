@@ -184,19 +184,25 @@ if [ "$REMOTE" = yes ]; then
     fi
 fi
 
+# A package: a zip holding an executable workflow and a property list
+# naming it, under FOLDER/ inside the archive (the installer junks it).
+make_package() { # FILE NAME FOLDER SCRIPT
+    python3 - "$@" <<'PY'
+import sys, zipfile
+path, name, folder, script = sys.argv[1:5]
+with zipfile.ZipFile(path, "w") as z:
+    run = zipfile.ZipInfo(folder + name + ".workflow")
+    run.external_attr = 0o100755 << 16
+    z.writestr(run, "#!/bin/sh\n" + script + "\n")
+    z.writestr(folder + name + ".plist", '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>'
+               '<key>name</key><string>' + name + '</string></dict></plist>\n')
+PY
+    chmod 644 "$1"
+}
 # 5. A plugin package opened with the program is installed by the running
 # instance (without windows there is nobody to ask: opening it is the
 # user's word), and listed.
-python3 - "$D/Stamp.qpdplugin" <<'PY'
-import sys, zipfile
-with zipfile.ZipFile(sys.argv[1], "w") as z:
-    run = zipfile.ZipInfo("Stamp/Stamp.workflow")
-    run.external_attr = 0o100755 << 16
-    z.writestr(run, '#!/bin/sh\nprintf "%s\\n" "$1"\n')
-    z.writestr("Stamp/Info.plist", '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>'
-               '<key>name</key><string>Stamp</string><key>description</key><string>Marks pages</string></dict></plist>\n')
-PY
-chmod 644 "$D/Stamp.qpdplugin"
+make_package "$D/Stamp.qpdplugin" Stamp Stamp/ 'printf "%s\n" "$1"'
 # Opened as a file manager opens it: its type from the installed MIME
 # package, the program from the desktop entry (chosen as the default, as a
 # user does with "Open With"), started by gio.
@@ -220,16 +226,7 @@ else
 fi
 
 # A filter package installed from the command line lands among the filters.
-python3 - "$D/Toner.qpdfilter" <<'PY'
-import sys, zipfile
-with zipfile.ZipFile(sys.argv[1], "w") as z:
-    run = zipfile.ZipInfo("Toner.workflow")
-    run.external_attr = 0o100755 << 16
-    z.writestr(run, '#!/bin/sh\ncp "$1" "$1.out.pdf" && printf "%s\\n" "$1.out.pdf"\n')
-    z.writestr("Toner.plist", '<?xml version="1.0" encoding="UTF-8"?>\n<plist version="1.0"><dict>'
-               '<key>name</key><string>Toner</string></dict></plist>\n')
-PY
-chmod 644 "$D/Toner.qpdfilter"
+make_package "$D/Toner.qpdfilter" Toner "" 'cp "$1" "$1.out.pdf" && printf "%s\n" "$1.out.pdf"'
 as_user "$QP" filters install "$D/Toner.qpdfilter" > "$D/filter.log" 2>&1 || fail "filters install failed: $(cat "$D/filter.log")"
 as_user "$QP" filters list 2>&1 | grep -q "Toner" && log "filter package installed from the command line" \
     || fail "the filter is not listed: $(as_user "$QP" filters list 2>&1 | head -5)"
