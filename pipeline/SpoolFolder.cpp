@@ -188,11 +188,16 @@ namespace {
 constexpr time_t kOrphanInfoSeconds = 10 * 60;
 } // namespace
 
-bool SpoolFolder::retire(const QByteArray& name, const FileIdentity& identity)
+bool SpoolFolder::stillIs(const QByteArray& name, const FileIdentity& identity) const
 {
     struct stat st {};
-    if (::fstatat(m_spool.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0
-        || !safefile::refusal(st, me()).isEmpty() || !(identity == FileIdentity::of(st)))
+    return ::fstatat(m_spool.get(), name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0
+           && safefile::refusal(st, me()).isEmpty() && identity == FileIdentity::of(st);
+}
+
+bool SpoolFolder::retire(const QByteArray& name, const FileIdentity& identity)
+{
+    if (!stillIs(name, identity))
         return false;
     for (int attempt = 0; attempt < 8; ++attempt) {
         const QByteArray hidden = m_retiredPrefix + QByteArray::number(++m_retiredCount);
@@ -226,9 +231,7 @@ bool SpoolFolder::retireJob(const QString& name, const FileIdentity& identity)
 int SpoolFolder::moveJob(const QString& name, const FileIdentity& identity, const QByteArray& target, bool replace)
 {
     const QByteArray job = QFile::encodeName(name);
-    struct stat st {};
-    if (!isOpen() || ::fstatat(m_spool.get(), job.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0
-        || !safefile::refusal(st, me()).isEmpty() || !(identity == FileIdentity::of(st)))
+    if (!isOpen() || !stillIs(job, identity))
         return EXDEV;
     const int moved = replace ? ::renameat(m_spool.get(), job.constData(), AT_FDCWD, target.constData())
                               : ::renameat2(m_spool.get(), job.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE);

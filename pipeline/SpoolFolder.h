@@ -79,6 +79,8 @@ private:
     void open(const QString& sharedDirectory);
     void logOnce(const QString& name, const struct stat& st, const QString& why);
 
+    // Whether name is still the checked file that was opened as identity.
+    bool stillIs(const QByteArray& name, const FileIdentity& identity) const;
     bool retire(const QByteArray& name, const FileIdentity& identity);
 
     UniqueFd m_spool;
