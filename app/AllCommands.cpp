@@ -3,6 +3,7 @@
 #include "DefaultsCommands.h"
 #include "DeliveryCommands.h"
 #include "DestinationCommands.h"
+#include "NetworkCommands.h"
 #include "PluginCommands.h"
 #include "QueueCommands.h"
 
@@ -15,6 +16,7 @@ void addAllCommands(CommandLine& commandLine, AppSession& session)
     addDeliveryCommands(commandLine, session);
     addQueueCommands(commandLine, session);
     addPluginCommands(commandLine, session);
+    addNetworkCommands(commandLine, session);
 }
 
 } // namespace quirepad

@@ -8,6 +8,8 @@
 
 namespace quirepad {
 
+class NetworkServices;
+
 // What a command needs from the running program: the settings defaults
 // registered and the destination store opened, once per process.
 class AppSession
@@ -35,8 +37,13 @@ public:
     void setDriverPaths(DriverInstaller::Paths paths) { m_driverPaths = std::move(paths); }
     DriverInstaller driverInstaller() const { return DriverInstaller(m_driverPaths); }
 
+    // The running instance's network services; nullptr in other processes.
+    NetworkServices* networkServices() const { return m_network; }
+    void setNetworkServices(NetworkServices* network) { m_network = network; }
+
 private:
     std::unique_ptr<MainAppDelegate> m_delegate;
+    NetworkServices* m_network = nullptr;
     DriverInstaller::Paths m_driverPaths;
     bool m_started = false;
     bool m_isInstance = false;

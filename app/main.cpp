@@ -10,6 +10,7 @@
 #include "foundation/QtDialogService.h"
 #include "foundation/Shutdown.h"
 #include "pipeline/jobinfo.h"
+#include "network/NetworkServices.h"
 #include "ui/ApplicationShell.h"
 
 #include <QApplication>
@@ -75,10 +76,16 @@ int runInstance(QCoreApplication& app, bool withWindows)
                 Shutdown::request();
         });
     }
+    NetworkServices network;
+    session.setNetworkServices(&network);
     instance.setHandler([&](const InstanceRequest& request) -> InstanceReply {
         const InstanceReply reply = runner.run(request);
-        if (shell && request.kind == InstanceRequest::Kind::Command)
-            shell->applySettings(); // a command may have changed settings or destinations
+        if (request.kind == InstanceRequest::Kind::Command) {
+            // A command may have changed settings or destinations.
+            if (shell)
+                shell->applySettings();
+            network.applySettings();
+        }
         return reply;
     });
 
@@ -93,6 +100,7 @@ int runInstance(QCoreApplication& app, bool withWindows)
     // so a termination request during one ends the program.
     QTimer::singleShot(0, &app, [&] {
         delegate.applicationDidFinishLaunching();
+        network.start();
         err << "quirepad: running" << (withWindows ? "" : " headless") << " as process "
             << QCoreApplication::applicationPid() << "; spool " << SpoolLocations::spoolDirectory() << '\n';
         err.flush();

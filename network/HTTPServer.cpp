@@ -1,6 +1,7 @@
 #include "network/HTTPServer.h"
 
 #include "foundation/UserDefaults.h"
+#include "network/DnsSd.h"
 #include "network/HTTPConnection.h"
 #include "network/NetworkLog.h"
 
@@ -49,12 +50,32 @@ bool HTTPServer::listen()
     if (!bound)
         qCWarning(lcHttp) << "cannot listen on port" << quint16(m_serverPort) << m_listener->errorString();
     m_activePort = port();
+    if (m_dnsSd && bound && !m_serviceName.isEmpty() && !m_serviceType.isEmpty()) {
+        DnsSdRegistration registration;
+        registration.name = m_serviceName;
+        registration.type = QStringLiteral("_%1._tcp").arg(m_serviceType);
+        registration.port = quint16(m_activePort);
+        m_service = m_dnsSd->publish(registration);
+        connect(m_dnsSd, &DnsSd::published, this, [this](int handle, const QString& name) {
+            if (handle == m_service)
+                qCInfo(lcHttp).noquote() << QStringLiteral("service %1 published on port %2").arg(name).arg(m_activePort);
+        });
+        connect(m_dnsSd, &DnsSd::publishFailed, this, [this](int handle, const QString& error) {
+            if (handle == m_service)
+                qCWarning(lcHttp).noquote() << "error publishing service:" << error;
+        });
+    }
     m_isRunning = true;
     return bound;
 }
 
 void HTTPServer::close()
 {
+    if (m_service) {
+        m_dnsSd->withdraw(m_service);
+        m_dnsSd->disconnect(this);
+        m_service = 0;
+    }
     if (!m_isClosed) {
         const QList<HTTPConnection*> open = m_connections;
         for (HTTPConnection* connection : open)

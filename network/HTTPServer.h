@@ -10,6 +10,7 @@ class QTcpServer;
 
 namespace quirepad {
 
+class DnsSd;
 class HTTPConnection;
 class HTTPConnectionDelegate;
 
@@ -58,6 +59,12 @@ public:
 
     int connectionCount() const { return int(m_connections.size()); }
 
+    // Where listen() publishes the server when it has a service name and
+    // type ("_TYPE._tcp"); none: not published. Not owned.
+    void setDnsSd(DnsSd* dnsSd) { m_dnsSd = dnsSd; }
+    // The handle of the published service; 0 when none.
+    int publishedService() const { return m_service; }
+
 private:
     void acceptPending();
     void closeConnection(HTTPConnection* connection);
@@ -65,6 +72,8 @@ private:
     QTcpServer* m_listener = nullptr;
     QList<HTTPConnection*> m_connections;
     HTTPConnectionDelegate* m_delegate = nullptr;
+    DnsSd* m_dnsSd = nullptr;
+    int m_service = 0;
     HTTPLimits m_limits;
     QString m_serviceName;
     QString m_serviceType;

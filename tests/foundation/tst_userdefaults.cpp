@@ -112,7 +112,7 @@ private slots:
             QVERIFY2(registered.contains(key), key);
             QCOMPARE(defaults.stringValue(key), QString());
         }
-        QCOMPARE(defaults.integerValue("HTTPServer_serverPort"), 0);
+        QCOMPARE(defaults.integerValue("HTTPServer_serverPort"), 8631);
     }
 
     void registrationIsNeverWritten()
