@@ -30,6 +30,9 @@ PACKAGES=(
     shared-mime-info libglib2.0-bin
     # ejecting an e-reader: UDisks2 (and udevd) started by the test itself
     udisks2
+    # DNS-SD: the Avahi client library, and the daemon and tools the
+    # AirPrint test starts in network namespaces of its own
+    libavahi-client-dev avahi-daemon avahi-utils
 )
 
 missing=()
