@@ -18,7 +18,8 @@ QString errorText(int error)
     return QString::fromUtf8(avahi_strerror(error));
 }
 
-// The pairs in the order they go on the wire.
+// Avahi keeps a TXT list last string first: adding prepends, and the list
+// is reversed when it goes on the wire and when it is read from it.
 AvahiStringList* toStringList(const TxtRecord& txt)
 {
     AvahiStringList* list = nullptr;
@@ -26,7 +27,7 @@ AvahiStringList* toStringList(const TxtRecord& txt)
         list = avahi_string_list_add_pair_arbitrary(list, key.constData(),
                                                     reinterpret_cast<const uint8_t*>(value.constData()),
                                                     size_t(value.size()));
-    return avahi_string_list_reverse(list); // adding prepends
+    return list;
 }
 
 TxtRecord fromStringList(AvahiStringList* list)
@@ -38,7 +39,7 @@ TxtRecord fromStringList(AvahiStringList* list)
         size_t size = 0;
         if (avahi_string_list_get_pair(item, &key, &value, &size) < 0)
             continue;
-        txt.append({ QByteArray(key), value ? QByteArray(value, qsizetype(size)) : QByteArray("") });
+        txt.prepend({ QByteArray(key), value ? QByteArray(value, qsizetype(size)) : QByteArray("") });
         avahi_free(key);
         avahi_free(value);
     }

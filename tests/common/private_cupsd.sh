@@ -6,6 +6,9 @@
 # QUIREPAD_CONSOLE_USER to backends (CUPS takes SetEnv only from
 # cups-files.conf). Extra LISTEN addresses are added beside the socket.
 # Sets CUPSD_PID and exports CUPS_SERVER; answers 1 when cupsd does not come up.
+# With CUPSD_BROWSING=dnssd shared queues are announced over DNS-SD; cupsd
+# runs under the command words in CUPSD_RUNNER when set (a network
+# namespace, say).
 start_private_cupsd() {
     local dir=$1 level=$2 shared=$3 console=$4
     shift 4
@@ -17,7 +20,12 @@ start_private_cupsd() {
         echo "Listen $dir/cups.sock"
         for address in "$@"; do echo "Listen $address"; done
         [ $# -gt 0 ] && echo "ServerAlias *"
-        echo "Browsing Off"
+        if [ "${CUPSD_BROWSING:-}" = dnssd ]; then
+            echo "Browsing On"
+            echo "BrowseLocalProtocols dnssd"
+        else
+            echo "Browsing Off"
+        fi
         echo "WebInterface No"
         echo "DefaultEncryption Never"
         echo "DefaultAuthType None"
@@ -49,7 +57,8 @@ SetEnv QUIREPAD_SHARED_DIR $shared
 SetEnv QUIREPAD_CONSOLE_USER $console
 CONF
     mkdir -p /run/cups
-    cupsd -f -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" &
+    # shellcheck disable=SC2086
+    ${CUPSD_RUNNER:-} cupsd -f -c "$dir/etc/cupsd.conf" -s "$dir/etc/cups-files.conf" &
     CUPSD_PID=$!
     export CUPS_SERVER="$dir/cups.sock"
     for _ in $(seq 100); do lpstat -r 2>/dev/null | grep -q "is running" && return 0; sleep 0.1; done
