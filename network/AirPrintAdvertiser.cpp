@@ -196,12 +196,13 @@ void AirPrintAdvertiser::daemonAvailabilityChanged(bool available)
 {
     if (available) {
         if (m_saidUnavailable)
-            qCInfo(lcDnsSd) << "the DNS-SD daemon is back; the AirPrint record is published again";
+            qCInfo(lcDnsSd) << "DNS-SD is available again";
         m_saidUnavailable = false;
     } else if (!m_saidUnavailable) {
         // Said once per outage: the record comes back by itself.
-        qCWarning(lcDnsSd).noquote() << "DNS-SD is unavailable (" << m_dnsSd.problem()
-                                     << "); printers are advertised again when it returns";
+        qCWarning(lcDnsSd).noquote()
+            << QStringLiteral("DNS-SD is unavailable (%1); printers are advertised again when it returns")
+                   .arg(m_dnsSd.problem());
         m_saidUnavailable = true;
     }
     emit stateChanged();
