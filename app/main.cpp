@@ -78,6 +78,11 @@ int runInstance(QCoreApplication& app, bool withWindows)
     }
     NetworkServices network;
     session.setNetworkServices(&network);
+    if (shell) {
+        shell->setNetworkStatus([&network] { return std::make_pair(network.feedUrl(), network.airPrintSummary()); });
+        QObject::connect(&network, &NetworkServices::stateChanged, shell.get(), &ApplicationShell::refreshNetworkStatus);
+        QObject::connect(shell.get(), &ApplicationShell::settingsChanged, &network, &NetworkServices::applySettings);
+    }
     instance.setHandler([&](const InstanceRequest& request) -> InstanceReply {
         const InstanceReply reply = runner.run(request);
         if (request.kind == InstanceRequest::Kind::Command) {

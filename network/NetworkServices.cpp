@@ -178,4 +178,19 @@ QString NetworkServices::airPrintStatus() const
     return text;
 }
 
+QString NetworkServices::airPrintSummary() const
+{
+    if (!m_advertiser)
+        return UserDefaults::standard().boolValue(QStringLiteral("enable_airprinter"))
+                   ? QStringLiteral("Looking for the shared print queue\u2026")
+                   : QStringLiteral("Off.");
+    const QString name = m_advertiser->publishedName();
+    if (!name.isEmpty())
+        return QStringLiteral("Phones on this network see \u201c%1\u201d.").arg(name);
+    QString why = m_advertiser->whyNotPublished();
+    if (!why.isEmpty())
+        why[0] = why[0].toUpper();
+    return QStringLiteral("Not visible to phones: %1.").arg(why);
+}
+
 } // namespace quirepad

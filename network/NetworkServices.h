@@ -48,6 +48,8 @@ public:
     AirPrintAdvertiser* advertiser() const { return m_advertiser.get(); }
     // Lines on the AirPrint record's state, for the command line.
     QString airPrintStatus() const;
+    // One sentence on it, for the preferences.
+    QString airPrintSummary() const;
 
 signals:
     void stateChanged();

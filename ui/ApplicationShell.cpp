@@ -1,7 +1,10 @@
 #include "ui/ApplicationShell.h"
 
 #include "pipeline/MainAppDelegate.h"
+#include "foundation/dialogs.h"
+#include "pipeline/DriverInstaller.h"
 #include "ui/DestinationPanel.h"
+#include "ui/NetworkSettingsBox.h"
 #include "ui/PanelDestinationChooser.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusMenu.h"
@@ -40,11 +43,36 @@ void ApplicationShell::showPreferences()
 {
     if (!m_preferences) {
         m_preferences = std::make_unique<PreferencesWindow>(m_delegate);
-        connect(m_preferences.get(), &PreferencesWindow::settingsChanged, this, &ApplicationShell::applySettings);
+        connect(m_preferences.get(), &PreferencesWindow::settingsChanged, this, [this] {
+            applySettings();
+            emit settingsChanged();
+        });
+        connect(m_preferences->networkBox(), &NetworkSettingsBox::shareQueueRequested, this, &ApplicationShell::shareQueue);
         connect(m_preferences.get(), &PreferencesWindow::pluginsRequested, this, &ApplicationShell::showPluginEditor);
         connect(m_preferences.get(), &PreferencesWindow::filtersRequested, this, &ApplicationShell::showFilterEditor);
     }
     m_preferences->present();
+    refreshNetworkStatus();
+}
+
+void ApplicationShell::refreshNetworkStatus()
+{
+    if (!m_preferences || !m_networkStatus)
+        return;
+    const auto [feedUrl, airPrint] = m_networkStatus();
+    m_preferences->networkBox()->showStatus(feedUrl, airPrint);
+}
+
+void ApplicationShell::shareQueue()
+{
+    // pkexec asks for the administrator's password; the window waits.
+    const ProcessRunner::Result result = DriverInstaller().run({ QStringLiteral("--share") });
+    const QString output = QString::fromLocal8Bit(result.standardOutput + result.standardError).trimmed();
+    if (result.succeeded())
+        MYDisplayNotification(tr("Print queue shared"), tr("Phones on this network can now print to Quirepad."));
+    else
+        MYDisplayAlert(tr("The print queue could not be shared.\n\n%1").arg(output));
+    refreshNetworkStatus();
 }
 
 void ApplicationShell::showPluginEditor()

@@ -2,7 +2,9 @@
 
 #include <QObject>
 
+#include <functional>
 #include <memory>
+#include <utility>
 
 namespace quirepad {
 
@@ -37,16 +39,26 @@ public:
     // Settings may have changed behind our back (a forwarded command).
     void applySettings();
 
+    // What the network services are doing, for the preferences: the
+    // feed's address and a line on the AirPrint record.
+    void setNetworkStatus(std::function<std::pair<QString, QString>()> status) { m_networkStatus = std::move(status); }
+    void refreshNetworkStatus();
+
 signals:
     void quitRequested();
+    // Settings changed in a window of this shell.
+    void settingsChanged();
 
 private:
+    void shareQueue();
+
     MainAppDelegate& m_delegate;
     std::unique_ptr<DestinationPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<PreferencesWindow> m_preferences; // made on first use
     std::unique_ptr<WorkflowEditor> m_pluginEditor;   // made on first use
     std::unique_ptr<WorkflowEditor> m_filterEditor;   // made on first use
+    std::function<std::pair<QString, QString>()> m_networkStatus;
 };
 
 } // namespace quirepad

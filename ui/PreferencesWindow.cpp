@@ -6,6 +6,7 @@
 #include "store/DestinationTemplates.h"
 #include "store/MainAppDelegateBase.h"
 #include "ui/DestinationTableModel.h"
+#include "ui/NetworkSettingsBox.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -88,6 +89,9 @@ PreferencesWindow::PreferencesWindow(MainAppDelegateBase& delegate, QWidget* par
     auto* settings = new QWidget(this);
     buildSettings(*settings);
     layout->addWidget(settings);
+    m_network = new NetworkSettingsBox(this);
+    connect(m_network, &NetworkSettingsBox::settingsChanged, this, &PreferencesWindow::settingsChanged);
+    layout->addWidget(m_network);
     readSettings();
     updateButtons();
 }
@@ -134,6 +138,7 @@ void PreferencesWindow::readSettings()
     if (!m_model)
         return;
     const UserDefaults& defaults = UserDefaults::standard();
+    m_network->readSettings();
     const QSignalBlocker blockMax(m_maxcount), blockFollow(m_followMouse), blockTray(m_showTray);
     m_maxcount->setValue(int(defaults.integerValue(kMaxcount)));
     m_followMouse->setChecked(defaults.boolValue(kFollowMouse));

@@ -12,6 +12,7 @@ namespace quirepad {
 
 class DestinationTableModel;
 class MainAppDelegateBase;
+class NetworkSettingsBox;
 
 // The preferences: the destinations with their editable fields, adding
 // and removing them, and the settings of the panel and the tray. Every
@@ -32,6 +33,7 @@ public:
     QPushButton* removeButton() const { return m_remove; }
     QPushButton* pluginsButton() const { return m_plugins; }
     QPushButton* filtersButton() const { return m_filters; }
+    NetworkSettingsBox* networkBox() const { return m_network; }
 
     // Adds a destination of a type letter under a name; answers its row.
     int addDestination(const QString& typeLetter, const QString& name);
@@ -61,6 +63,7 @@ private:
     QCheckBox* m_showTray = nullptr;
     QSpinBox* m_maxcount = nullptr;
     QComboBox* m_defaultDestination = nullptr;
+    NetworkSettingsBox* m_network = nullptr; // child
 };
 
 } // namespace quirepad

@@ -4,15 +4,20 @@
 
 #include "foundation/session.h"
 #include "pipeline/jobinfo.h"
+#include "network/NetworkServices.h"
 #include "ui/ApplicationShell.h"
 #include "ui/DestinationPanelView.h"
 #include "ui/DestinationTableModel.h"
+#include "ui/NetworkSettingsBox.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusMenu.h"
 #include "ui/WorkflowEditor.h"
 
 #include <QAction>
 #include <QCheckBox>
+#include <QLabel>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QDir>
 #include <QMenu>
 #include <QPushButton>
@@ -310,6 +315,36 @@ private slots:
         showTray->click();
         QVERIFY(!UserDefaults::standard().boolValue("show_menubar_icon"));
         QVERIFY(!tray->isVisible());
+    }
+
+    // The feed switched on in the preferences serves at the address shown.
+    void networkSwitchesReachTheServices()
+    {
+        UserDefaults::standard().setValue("HTTPServer_serverPort", 0); // any free port
+        NetworkServices network;
+        m_shell->setNetworkStatus([&network] { return std::make_pair(network.feedUrl(), network.airPrintSummary()); });
+        connect(&network, &NetworkServices::stateChanged, m_shell.get(), &ApplicationShell::refreshNetworkStatus);
+        connect(m_shell.get(), &ApplicationShell::settingsChanged, &network, &NetworkServices::applySettings);
+        network.start();
+        m_shell->showPreferences();
+        NetworkSettingsBox* box = m_shell->preferencesWindow()->networkBox();
+        QCOMPARE(box->feedAddress()->text(), QStringLiteral("not serving"));
+
+        box->feedSwitch()->click();
+        QVERIFY(UserDefaults::standard().boolValue("HTTPServer_enabled"));
+        QVERIFY(network.isFeedServing());
+        const QString url = network.feedUrl();
+        QVERIFY(box->feedAddress()->text().contains(url));
+        QNetworkAccessManager manager;
+        std::unique_ptr<QNetworkReply> reply(manager.get(QNetworkRequest(QUrl(url + QStringLiteral("index.html")))));
+        QTRY_VERIFY(reply->isFinished());
+        QVERIFY(reply->readAll().contains("Quirepad::all printed pages"));
+
+        box->airPrintSwitch()->click();
+        QVERIFY(UserDefaults::standard().boolValue("enable_airprinter"));
+        box->feedSwitch()->click();
+        QVERIFY(!network.isFeedServing());
+        QCOMPARE(box->feedAddress()->text(), QStringLiteral("not serving"));
     }
 };
 
