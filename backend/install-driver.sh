@@ -297,7 +297,15 @@ printf '%s\n' "$out" | grep -v -i 'drivers are deprecated' | grep . || true
 cupsenable "$QUEUE" || die "cupsenable $QUEUE failed"
 cupsaccept "$QUEUE" || die "cupsaccept $QUEUE failed"
 if [ "$share" -eq 1 ]; then
+    # A shared queue is only announced when the scheduler shares printers.
+    # cupsctl reads a local scheduler's configuration from its folder.
+    if [ "$(CUPS_SERVERROOT=$(dirname -- "$cupsd_conf") cupsctl 2>/dev/null | sed -n 's/^_share_printers=//p')" != 1 ]; then
+        say "note: CUPS does not share printers with the network, so phones cannot see $QUEUE yet."
+        say "      Turn sharing on with \"cupsctl --share-printers\" (as root), or on the CUPS page"
+        say "      http://localhost:631/admin with \"Share printers connected to this system\"."
+    fi
     say "queue $QUEUE ready (shared: local users can print in each other's name); done"
 else
     say "queue $QUEUE ready (private: jobs belong to the user who prints them); done"
+    say "to let phones print to it (AirPrint): quirepad install-driver --share, then turn AirPrint on in the preferences"
 fi

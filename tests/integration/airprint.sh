@@ -142,6 +142,8 @@ CUPSD_BROWSING=dnssd CUPSD_RUNNER="ip netns exec $HOSTNS env DBUS_SYSTEM_BUS_ADD
 bash "$D/prefix/share/quirepad/Resources/driver/install-driver.sh" --share --shared-dir "$SHARED" \
     --cupsd-conf "$D/etc/cupsd.conf" > "$D/install.log" 2>&1 || { cat "$D/install.log"; fail "the driver installer failed"; exit 1; }
 lpstat -p Print_to_Quirepad >/dev/null 2>&1 || fail "no Print_to_Quirepad queue"
+grep -q 'queue Print_to_Quirepad ready (shared' "$D/install.log" || fail "the installer did not share the queue"
+grep -q 'does not share printers' "$D/install.log" && fail "the installer says CUPS does not share printers, but it does here"
 
 # Where remote jobs go, and the switch on.
 as_user "$QP" destinations add F Remote >/dev/null
