@@ -150,6 +150,13 @@ as_user "$QP" destinations add F Remote >/dev/null
 as_user "$QP" destinations set Remote name_pattern=%u-%t.pdf "config.output_dir=file://$D/out-remote/" || fail "cannot set Remote"
 as_user "$QP" defaults write remote_destination_name Remote
 as_user "$QP" defaults write enable_airprinter true
+# The page feed, for other devices and published over DNS-SD.
+for setting in "HTTPServer_enabled true" "HTTPServer_bind_all true" "HTTPServer_serverPort 8631" \
+    "HTTPServer_serviceType http"; do
+    # shellcheck disable=SC2086
+    as_user "$QP" defaults write $setting >/dev/null || fail "cannot write $setting"
+done
+as_user "$QP" defaults write HTTPServer_serviceName "Quirepad Pages" >/dev/null || fail "cannot name the feed's service"
 
 # The queue as CUPS announces it (before the application runs).
 cups_seen=no
@@ -162,9 +169,19 @@ done
 as_user "$QP" --headless > "$D/app.log" 2>&1 &
 APP_PID=$!
 
-# record BROWSE_FN TYPE: the resolved "AirPrint Quirepad" line (IPv4), if any.
+# record BROWSE_FN TYPE [NAME]: the resolved line of "AirPrint Quirepad" (or
+# NAME, escaped as avahi-browse prints it) over IPv4, if any.
 record() {
-    "$1" -rpt "$2" 2>/dev/null | grep '^=;[^;]*;IPv4;AirPrint\\032Quirepad;' | head -1
+    "$1" -rpt "$2" 2>/dev/null | grep "^=;[^;]*;IPv4;${3:-AirPrint\\\\032Quirepad};" | head -1
+}
+wait_record_named() { # BROWSE_FN TYPE NAME SECONDS
+    local line
+    for _ in $(seq $(($4 * 2))); do
+        line=$(record "$1" "$2" "$3")
+        [ -n "$line" ] && { echo "$line"; return 0; }
+        sleep 0.5
+    done
+    return 1
 }
 wait_record() { # BROWSE_FN TYPE SECONDS
     local line
@@ -230,6 +247,12 @@ if [ -n "$pline" ]; then
         fail "the phone's job was not delivered"
     fi
 fi
+
+# The feed: published as "_http._tcp" and read from the phone.
+fline=$(wait_record_named phone_browse _http._tcp 'Quirepad\\032Pages' 15) || fail "the page feed is not published"
+echo "$fline" | grep -q ";$HOST_IP;8631;" || fail "the feed's record does not point at $HOST_IP:8631: $fline"
+ip netns exec "$PHONENS" curl -sf "http://$HOST_IP:8631/index.html" | grep -q 'Quirepad::all printed pages' \
+    || fail "the phone cannot read the page feed's index"
 
 # 3. Switched off: withdrawn. On again: back with a new qpid.
 as_user "$QP" defaults write enable_airprinter false
