@@ -1,5 +1,6 @@
 #include "AllCommands.h"
 
+#include "CaptureCommands.h"
 #include "DefaultsCommands.h"
 #include "DeliveryCommands.h"
 #include "DestinationCommands.h"
@@ -17,6 +18,7 @@ void addAllCommands(CommandLine& commandLine, AppSession& session)
     addQueueCommands(commandLine, session);
     addPluginCommands(commandLine, session);
     addNetworkCommands(commandLine, session);
+    addCaptureCommands(commandLine, session);
 }
 
 } // namespace quirepad

@@ -1,5 +1,7 @@
 #include "AppSession.h"
 
+#include "WebCaptureClient.h"
+
 namespace quirepad {
 
 AppSession::AppSession()
@@ -25,6 +27,13 @@ bool AppSession::showPreferences()
         return false;
     m_showPreferences();
     return true;
+}
+
+WebCaptureClient& AppSession::webCapture()
+{
+    if (!m_webCapture)
+        m_webCapture = std::make_unique<WebCaptureClient>();
+    return *m_webCapture;
 }
 
 ManagedObjectContext* AppSession::context()

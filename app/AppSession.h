@@ -9,6 +9,7 @@
 namespace quirepad {
 
 class NetworkServices;
+class WebCaptureClient;
 
 // What a command needs from the running program: the settings defaults
 // registered and the destination store opened, once per process.
@@ -37,6 +38,9 @@ public:
     void setDriverPaths(DriverInstaller::Paths paths) { m_driverPaths = std::move(paths); }
     DriverInstaller driverInstaller() const { return DriverInstaller(m_driverPaths); }
 
+    // Web pages to PDF, through a worker started on first use.
+    WebCaptureClient& webCapture();
+
     // The running instance's network services; nullptr in other processes.
     NetworkServices* networkServices() const { return m_network; }
     void setNetworkServices(NetworkServices* network) { m_network = network; }
@@ -44,6 +48,7 @@ public:
 private:
     std::unique_ptr<MainAppDelegate> m_delegate;
     NetworkServices* m_network = nullptr;
+    std::unique_ptr<WebCaptureClient> m_webCapture;
     DriverInstaller::Paths m_driverPaths;
     bool m_started = false;
     bool m_isInstance = false;

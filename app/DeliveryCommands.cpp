@@ -39,6 +39,14 @@ int deliver(AppSession& session, const CommandInvocation& call)
     for (const QString& file : files)
         if (!file_exists(file))
             return call.fail(QStringLiteral("%1 is not a file").arg(file));
+    return deliverFiles(session, call, id, files, jobInfo);
+}
+
+} // namespace
+
+int deliverFiles(AppSession& session, const CommandInvocation& call, const QString& id, const QStringList& files,
+                 const QVariantMap& jobInfo)
+{
     ManagedObjectContext* context = session.context();
     if (!context)
         return call.fail(QStringLiteral("the destination store is not available"));
@@ -63,6 +71,8 @@ int deliver(AppSession& session, const CommandInvocation& call)
     }
     return status;
 }
+
+namespace {
 
 int workflows(const CommandInvocation& call)
 {
