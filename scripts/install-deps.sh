@@ -33,6 +33,9 @@ PACKAGES=(
     # DNS-SD: the Avahi client library, and the daemon and tools the
     # AirPrint test starts in network namespaces of its own
     libavahi-client-dev avahi-daemon avahi-utils
+    # web capture: Qt WebEngine and the web channel, linked by the worker
+    # quirepad-webcapture only, and Chromium's helper process
+    qt6-webengine-dev qt6-webchannel-dev libqt6webenginecore6-bin
 )
 
 missing=()
