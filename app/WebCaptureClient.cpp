@@ -22,9 +22,14 @@ WebCaptureClient::WebCaptureClient(QObject* parent)
             stopWorker();
     });
     connect(&m_worker, &QProcess::readyReadStandardOutput, this, &WebCaptureClient::readAnswers);
-    // Answers come on standard output; the worker's diagnostics go where
-    // this program's go.
-    m_worker.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // Answers come on standard output; the worker's (and the web engine's)
+    // chatter goes to this program's log, where it is seen when asked for.
+    connect(&m_worker, &QProcess::readyReadStandardError, this, [this] {
+        const QList<QByteArray> lines = m_worker.readAllStandardError().split('\n');
+        for (const QByteArray& line : lines)
+            if (!line.trimmed().isEmpty())
+                qCDebug(lcCapture).noquote() << "worker:" << QString::fromLocal8Bit(line);
+    });
 }
 
 WebCaptureClient::~WebCaptureClient()

@@ -4,13 +4,17 @@
 #include "CommandLine.h"
 #include "RequestRunner.h"
 #include "SingleInstance.h"
+#include "ScriptingService.h"
 #include "UnixSignalWatcher.h"
+#include "WebCaptureClient.h"
 
 #include "foundation/DialogService.h"
 #include "foundation/QtDialogService.h"
 #include "foundation/Shutdown.h"
-#include "pipeline/jobinfo.h"
+#include "foundation/dialogs.h"
+#include "foundation/LoopStallMonitor.h"
 #include "network/NetworkServices.h"
+#include "pipeline/jobinfo.h"
 #include "ui/ApplicationShell.h"
 
 #include <QApplication>
@@ -82,7 +86,23 @@ int runInstance(QCoreApplication& app, bool withWindows)
         shell->setNetworkStatus([&network] { return std::make_pair(network.feedUrl(), network.airPrintSummary()); });
         QObject::connect(&network, &NetworkServices::stateChanged, shell.get(), &ApplicationShell::refreshNetworkStatus);
         QObject::connect(shell.get(), &ApplicationShell::settingsChanged, &network, &NetworkServices::applySettings);
+        // A web page from the tray: printed to PDF, then handled like a
+        // printed job (the panel asks where it goes).
+        QObject::connect(shell.get(), &ApplicationShell::webPagePrintRequested, &app, [&](const QUrl& url) {
+            const WebCaptureClient::Result result = session.webCapture().capture(url, {});
+            if (result.path.isEmpty()) {
+                MYDisplayAlert(QStringLiteral("The page %1 could not be printed: %2")
+                                   .arg(url.toString(), result.error.isEmpty() ? QStringLiteral("it did not load") : result.error));
+                return;
+            }
+            delegate.processPDFFiles({ result.path });
+        });
     }
+    // Scripts ask for web pages as PDF over the session bus.
+    ScriptingService scripting([&session](const QUrl& url, const QVariantMap& parameters) {
+        return session.webCapture().capture(url, parameters).path;
+    });
+    scripting.registerOnSessionBus();
     instance.setHandler([&](const InstanceRequest& request) -> InstanceReply {
         const InstanceReply reply = runner.run(request);
         if (request.kind == InstanceRequest::Kind::Command) {
@@ -93,6 +113,9 @@ int runInstance(QCoreApplication& app, bool withWindows)
         }
         return reply;
     });
+
+    // Diagnostics: how long the event loop ever went unserved.
+    LoopStallMonitor::startFromEnvironment(&app);
 
     UnixSignalWatcher signalWatcher;
     QObject::connect(&signalWatcher, &UnixSignalWatcher::terminationRequested, &app, [&] {

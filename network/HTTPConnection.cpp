@@ -6,6 +6,7 @@
 #include "network/HTTPServer.h"
 #include "network/NetworkLog.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QStringDecoder>
 #include <QTcpSocket>
@@ -258,7 +259,16 @@ QString HTTPConnection::guessContentTypeForPath(const QString& path)
 
 QString HTTPConnection::dateText()
 {
-    return todays_date(QStringLiteral("EEE, d MMM yyyy hh:mm:ss zzz"));
+    // The text only changes once a second; making a date formatter is the
+    // dearest part of a small response, so it is done once per second.
+    static qint64 second = -1;
+    static QString text;
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    if (now != second) {
+        text = todays_date(QStringLiteral("EEE, d MMM yyyy hh:mm:ss zzz"));
+        second = now;
+    }
+    return text;
 }
 
 void HTTPConnection::writeData(const QByteArray& data)

@@ -105,6 +105,7 @@ void HTTPServer::acceptPending()
     while (m_listener->hasPendingConnections()) {
         if (m_connections.size() >= m_limits.maxConnections) {
             m_listener->pauseAccepting();
+            m_acceptPaused = true;
             return;
         }
         QTcpSocket* socket = m_listener->nextPendingConnection();
@@ -117,7 +118,9 @@ void HTTPServer::acceptPending()
 void HTTPServer::closeConnection(HTTPConnection* connection)
 {
     m_connections.removeOne(connection);
-    if (m_listener && m_connections.size() < m_limits.maxConnections) {
+    // Clients that waited in the listen queue are taken now.
+    if (m_acceptPaused && m_listener && m_connections.size() < m_limits.maxConnections) {
+        m_acceptPaused = false;
         m_listener->resumeAccepting();
         QMetaObject::invokeMethod(this, &HTTPServer::acceptPending, Qt::QueuedConnection);
     }

@@ -82,6 +82,7 @@ private:
     bool m_bindAll = false;
     bool m_isClosed = false;
     bool m_isRunning = false;
+    bool m_acceptPaused = false;
 };
 
 } // namespace quirepad

@@ -8,6 +8,10 @@
 #include "ui/PanelDestinationChooser.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusMenu.h"
+
+#include <QInputDialog>
+#include <QLineEdit>
+#include <QUrl>
 #include "ui/FilterEditor.h"
 #include "ui/PluginEditor.h"
 
@@ -31,6 +35,7 @@ ApplicationShell::ApplicationShell(MainAppDelegate& delegate, QObject* parent)
     connect(m_statusMenu.get(), &StatusMenu::pluginsRequested, this, &ApplicationShell::showPluginEditor);
     connect(m_statusMenu.get(), &StatusMenu::filtersRequested, this, &ApplicationShell::showFilterEditor);
     connect(m_statusMenu.get(), &StatusMenu::quitRequested, this, &ApplicationShell::quitRequested);
+    connect(m_statusMenu.get(), &StatusMenu::webPageRequested, this, &ApplicationShell::askForWebPage);
     m_statusMenu->applySettings();
 }
 
@@ -53,6 +58,22 @@ void ApplicationShell::showPreferences()
     }
     m_preferences->present();
     refreshNetworkStatus();
+}
+
+void ApplicationShell::askForWebPage()
+{
+    bool ok = false;
+    const QString text = QInputDialog::getText(nullptr, tr("Print Web Page"), tr("Address of the page:"),
+                                               QLineEdit::Normal, QStringLiteral("https://"), &ok);
+    if (!ok || text.trimmed().isEmpty())
+        return;
+    const QUrl url = QUrl::fromUserInput(text.trimmed());
+    if (!url.isValid() || (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https")
+                           && url.scheme() != QLatin1String("file"))) {
+        MYDisplayAlert(tr("\u201c%1\u201d is not the address of a web page.").arg(text.trimmed()));
+        return;
+    }
+    emit webPagePrintRequested(url);
 }
 
 void ApplicationShell::refreshNetworkStatus()

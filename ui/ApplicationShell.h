@@ -48,9 +48,12 @@ signals:
     void quitRequested();
     // Settings changed in a window of this shell.
     void settingsChanged();
+    // The user gave the address of a web page to print.
+    void webPagePrintRequested(const QUrl& url);
 
 private:
     void shareQueue();
+    void askForWebPage();
 
     MainAppDelegate& m_delegate;
     std::unique_ptr<DestinationPanel> m_panel;

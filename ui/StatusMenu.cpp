@@ -31,6 +31,7 @@ StatusMenu::StatusMenu(MainAppDelegate& delegate, QObject* parent)
     auto later = [this](auto call) { return [this, call] { QTimer::singleShot(0, this, call); }; };
     m_menu->addAction(tr("Process PDF Files…"), this, later([this] { m_delegate.choosePDFFiles(); }));
     m_menu->addAction(tr("Take Screenshot"), this, later([this] { m_delegate.takeScreenShot(); }));
+    m_menu->addAction(tr("Print Web Page…"), this, later([this] { emit webPageRequested(); }));
     m_menu->addSeparator();
     m_menu->addAction(tr("Retry"), this, later([this] { m_delegate.retryAgrain(); }));
     // Stop must get in while a batch waits, so it acts at once.

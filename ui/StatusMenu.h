@@ -47,6 +47,8 @@ public:
 
 signals:
     void preferencesRequested();
+    // The user wants a web page printed (asks for its address).
+    void webPageRequested();
     void pluginsRequested();
     void filtersRequested();
     void quitRequested();
