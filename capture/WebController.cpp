@@ -220,8 +220,14 @@ void WebController::buildWebView()
 void WebController::installBridge()
 {
     m_channel = new QWebChannel(m_page);
-    m_bridge = new ScriptBridge([this](const QString& msg, const QVariant& data) { onScriptMessage(msg, data); },
-                                m_channel);
+    // A window left open outlives its controller, and its page may still
+    // call: the bridge then has nobody to tell.
+    m_bridge = new ScriptBridge(
+        [self = QPointer<WebController>(this)](const QString& msg, const QVariant& data) {
+            if (self)
+                self->onScriptMessage(msg, data);
+        },
+        m_channel);
     m_channel->registerObject(QStringLiteral("SSBDocument"), m_bridge);
     m_page->setWebChannel(m_channel, QWebEngineScript::MainWorld);
 
@@ -394,11 +400,11 @@ void WebController::runPageScripts()
     const quint64 generation = m_generation;
     // The title as the page's main frame has it, before anything changes it.
     m_page->runJavaScript(QStringLiteral("document.title"), QWebEngineScript::ApplicationWorld,
-                          [this, generation](const QVariant& result) {
-                              if (generation != m_generation || m_titleKnown)
+                          [self = QPointer<WebController>(this), generation](const QVariant& result) {
+                              if (!self || generation != self->m_generation || self->m_titleKnown)
                                   return;
-                              m_title = result.toString();
-                              m_titleKnown = true;
+                              self->m_title = result.toString();
+                              self->m_titleKnown = true;
                           });
     if (m_params.extract_text) {
         const QString textx = resourceText(QStringLiteral(":/capture/textx.js"));

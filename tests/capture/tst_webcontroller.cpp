@@ -15,6 +15,8 @@
 #include <QPointer>
 #include <QSignalSpy>
 #include <QTest>
+#include <QApplication>
+#include <QWebEngineView>
 
 #include <memory>
 
@@ -155,6 +157,35 @@ private slots:
         const QString pdf = capture("/plain.html", {{"printinfo", info}});
         QVERIFY(!pdf.isEmpty());
         QCOMPARE(pdfPageSize(pdf), QStringLiteral("792 x 612"));
+    }
+
+    void windowShownOnRequestStaysOpen()
+    {
+        const auto windows = [] {
+            QList<QWebEngineView*> found;
+            for (QWidget* w : QApplication::topLevelWidgets())
+                if (auto* view = qobject_cast<QWebEngineView*>(w); view && view->isVisible()
+                    && !view->testAttribute(Qt::WA_DontShowOnScreen))
+                    found << view;
+            return found;
+        };
+        QVERIFY(windows().isEmpty());
+        QVERIFY(!capture("/plain.html").isEmpty());
+        QVERIFY(windows().isEmpty()); // no window unless asked for
+
+        QVERIFY(!capture("/plain.html", {{"show_window", true}}).isEmpty());
+        const QList<QWebEngineView*> shown = windows();
+        QCOMPARE(shown.size(), 1);
+        QPointer<QWebEngineView> view = shown.first();
+        QCOMPARE(view->size(), QSize(400, 768));
+        QCOMPARE(view->windowTitle(), QStringLiteral("Plain Page"));
+        QVERIFY(view->testAttribute(Qt::WA_ShowWithoutActivating));
+        // Its page outlives the controller and may still call back.
+        view->page()->runJavaScript(QStringLiteral("ssbcallback('after the controller', 1)"));
+        QTest::qWait(300);
+        QVERIFY(view);
+        view->close();
+        QVERIFY(QTest::qWaitFor([&] { return view.isNull(); }, 2000));
     }
 
     void untitledPage()
