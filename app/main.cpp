@@ -102,7 +102,8 @@ int runInstance(QCoreApplication& app, bool withWindows)
     ScriptingService scripting([&session](const QUrl& url, const QVariantMap& parameters) {
         return session.webCapture().capture(url, parameters).path;
     });
-    scripting.registerOnSessionBus();
+    // Offered once the jobs waiting at start are on their way.
+    QTimer::singleShot(300, &scripting, &ScriptingService::registerOnSessionBus);
     instance.setHandler([&](const InstanceRequest& request) -> InstanceReply {
         const InstanceReply reply = runner.run(request);
         if (request.kind == InstanceRequest::Kind::Command) {
