@@ -33,6 +33,11 @@ PACKAGES=(
     # DNS-SD: the Avahi client library, and the daemon and tools the
     # AirPrint test starts in network namespaces of its own
     libavahi-client-dev avahi-daemon avahi-utils
+    # the page feed over HTTP: its RSS read by feedparser, its index page
+    # opened in headless Chromium
+    python3-feedparser chromium
+    # fuzzing the HTTP request parser: clang and its libFuzzer runtime
+    clang libclang-rt-14-dev
     # web capture: Qt WebEngine and the web channel, linked by the worker
     # quirepad-webcapture only, and Chromium's helper process
     qt6-webengine-dev qt6-webchannel-dev libqt6webenginecore6-bin
