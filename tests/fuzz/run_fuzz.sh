@@ -96,7 +96,7 @@ EOF
 echo "fuzz: running for ${seconds}s (corpus $out/corpus)"
 export ASAN_OPTIONS="${ASAN_OPTIONS:+$ASAN_OPTIONS:}detect_leaks=1:abort_on_error=0"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:+$UBSAN_OPTIONS:}print_stacktrace=1"
-"$bin" -max_total_time="$seconds" -max_len=4096 -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+"$bin" -max_total_time="$seconds" -max_len=4096 -timeout=10 -rss_limit_mb=4096 -print_final_stats=1 \
     -dict="$dict" -artifact_prefix="$out/artifacts/" "$out/corpus" "$out/seeds" 2>"$out/fuzz.log"
 rc=$?
 grep -E "^#[0-9]+ *DONE|^stat::number_of_executed_units|^stat::peak_rss_mb|cov: " "$out/fuzz.log" | tail -3
