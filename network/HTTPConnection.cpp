@@ -120,6 +120,15 @@ void HTTPConnection::deliver()
 {
     const HTTPHead& head = m_parser.head();
     m_peerHost = head.value(QStringLiteral("HOST"));
+    if (m_peerHost.isEmpty()) {
+        // A client without a Host header (HTTP/1.0) still gets links that
+        // lead back here: the address it connected to.
+        const QHostAddress local = m_socket->localAddress();
+        const QString address = local.protocol() == QAbstractSocket::IPv6Protocol
+                                    ? QStringLiteral("[%1]").arg(local.toString())
+                                    : local.toString();
+        m_peerHost = QStringLiteral("%1:%2").arg(address).arg(m_socket->localPort());
+    }
     m_requestUrl = head.value(QStringLiteral("URL_PATH"));
     HTTPConnectionDelegate* delegate = m_server ? m_server->delegate() : nullptr;
     bool taken = false;

@@ -92,6 +92,14 @@ HTTPRequestParser::State HTTPRequestParser::feed(const QByteArray& chunk)
     return m_state;
 }
 
+// The keys the request line fills: a header of the same name must not
+// change the method, path or protocol the request line gave.
+bool HTTPRequestParser::isRequestLineKey(const QString& key)
+{
+    return key == QLatin1String("TYPE") || key == QLatin1String("URL_PATH") || key == QLatin1String("PROTOCOL")
+           || key == QLatin1String("URL");
+}
+
 void HTTPRequestParser::parseHead()
 {
     m_head.clear();
@@ -110,7 +118,7 @@ void HTTPRequestParser::parseHead()
             continue;
         }
         const QStringList parts = matchHeaderLine(line);
-        if (parts.size() >= 2)
+        if (parts.size() >= 2 && !isRequestLineKey(parts.at(0).toUpper()))
             m_head.insert(parts.at(0).toUpper(), parts.at(1));
     }
     if (shortRequestLine) {

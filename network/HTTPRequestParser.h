@@ -50,6 +50,7 @@ public:
     static QStringList matchHeaderLine(const QString& line);
 
 private:
+    static bool isRequestLineKey(const QString& key);
     void parseHead();
     void checkComplete();
 

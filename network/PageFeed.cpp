@@ -65,7 +65,8 @@ void PageFeed::answerIndex(HTTPConnection& connection) const
                     .arg(stringByEscapingForHTML(urlEncodedString(name)), stringByEscapingForHTML(name));
     }
     text += QStringLiteral("</UL></BODY></HTML>");
-    connection.returnStringContent(text);
+    // Names are UTF-8: said in the type, so browsers do not guess.
+    connection.returnStringContent(text, QStringLiteral("text/html; charset=utf-8"));
 }
 
 void PageFeed::answerFeed(HTTPConnection& connection) const

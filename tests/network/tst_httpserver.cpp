@@ -156,9 +156,9 @@ private slots:
         QTest::newRow("missing file") << QByteArray("/file/none.pdf") << errorHead(14) << QByteArray("file not found");
         QTest::newRow("query is part of the name")
             << QByteArray("/file/a.pdf?dl=1") << errorHead(14) << QByteArray("file not found");
-        QTest::newRow("index") << QByteArray("/index.html") << stringHead("text/html", int(index.size())) << index;
+        QTest::newRow("index") << QByteArray("/index.html") << stringHead("text/html; charset=utf-8", int(index.size())) << index;
         QTest::newRow("any html is the index")
-            << QByteArray("/anything.html") << stringHead("text/html", int(index.size())) << index;
+            << QByteArray("/anything.html") << stringHead("text/html; charset=utf-8", int(index.size())) << index;
     }
 
     void routes()
@@ -226,6 +226,15 @@ private slots:
         }
         QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
         QCOMPARE(evil, 0);
+    }
+
+    // Without a Host header the links name the address connected to.
+    void linksWithoutHostLeadBack()
+    {
+        auto client = request("GET / HTTP/1.0\r\n\r\n");
+        const QByteArray here = "http://127.0.0.1:" + QByteArray::number(m_server->port()) + "/";
+        QVERIFY2(client->body().contains("<link>" + here + "</link>"), client->body().left(600).constData());
+        QVERIFY(!client->body().contains("http:///"));
     }
 
     void traversal_data()

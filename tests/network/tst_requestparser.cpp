@@ -34,6 +34,10 @@ private slots:
         QTest::newRow("blank line split across reads")
             << QByteArrayList{"GET / HTTP/1.1\r\nHost: h\r\n", "\r\n"} << int(State::Complete)
             << QStringList{"URL=http://h/"} << none << 0;
+        QTest::newRow("headers cannot replace the request line")
+            << QByteArrayList{"GET /feed HTTP/1.1\r\nURL_PATH: /index.html\r\nType: POST\r\nprotocol: x\r\nURL: y\r\n\r\n"}
+            << int(State::Complete) << QStringList{"TYPE=GET", "URL_PATH=/feed", "PROTOCOL=HTTP/1.1", "URL=http:///feed"}
+            << none << 0;
         QTest::newRow("value cut at a second colon")
             << QByteArrayList{"GET / HTTP/1.1\r\nX-Test: a: b\r\n\r\n"} << int(State::Complete)
             << QStringList{"X-TEST=a"} << none << 0;
