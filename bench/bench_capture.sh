@@ -35,34 +35,11 @@ BENCH_START=$(date +%s)
 
 say() { echo "bench: $*"; }
 
-# What the run needs beyond the build, installed here only (the test
-# machines do not need Chromium or wkhtmltopdf). No service is started
-# while apt runs.
-install_tools() {
-    local missing=() tool package
-    for pair in chromium:chromium wkhtmltopdf:wkhtmltopdf pdfinfo:poppler-utils pdftotext:poppler-utils \
-                pdfimages:poppler-utils dbus-daemon:dbus-daemon gdbus:libglib2.0-bin; do
-        tool=${pair%%:*} package=${pair#*:}
-        command -v "$tool" >/dev/null || [[ " ${missing[*]} " == *" $package "* ]] || missing+=("$package")
-    done
-    [ ${#missing[@]} -eq 0 ] && return 0
-    if [ "$(id -u)" -ne 0 ] || ! command -v apt-get >/dev/null; then
-        echo "SKIP: ${missing[*]} not installed (apt-get install ${missing[*]} as root)"; exit 77
-    fi
-    say "installing ${missing[*]}"
-    local policy=/usr/sbin/policy-rc.d made_policy=no
-    if [ ! -e "$policy" ]; then
-        printf '#!/bin/sh\nexit 101\n' > "$policy" && chmod 755 "$policy" && made_policy=yes
-    fi
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null 2>&1 \
-        || { DEBIAN_FRONTEND=noninteractive apt-get update -q >/dev/null 2>&1
-             DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null 2>&1; }
-    [ "$made_policy" = yes ] && rm -f "$policy"
-    for tool in chromium wkhtmltopdf pdfinfo pdftotext pdfimages dbus-daemon gdbus; do
-        command -v "$tool" >/dev/null || { echo "SKIP: cannot install ${missing[*]} ($tool missing)"; exit 77; }
-    done
-}
-install_tools
+# What the run needs beyond the build, installed here only.
+# shellcheck source=/dev/null
+. "$(dirname "$0")/bench_tools.sh"
+bench_need chromium:chromium wkhtmltopdf:wkhtmltopdf pdfinfo:poppler-utils pdftotext:poppler-utils \
+    pdfimages:poppler-utils dbus-daemon:dbus-daemon gdbus:libglib2.0-bin
 # The system's Python: a version manager's shim would add its own start-up
 # to every figure taken through it.
 PY=/usr/bin/python3

@@ -30,30 +30,10 @@ STALL_TARGET_MS=20 # the longest event-loop stall while streaming
 
 say() { echo "bench: $*"; }
 
-# What the run needs beyond the build: wrk and nginx, installed here only
-# (the test machines do not need them). Installing nginx must not start the
-# system's nginx: invoke-rc.d is told to start nothing while apt runs.
-install_tools() {
-    local missing=()
-    command -v wrk >/dev/null || missing+=(wrk)
-    command -v nginx >/dev/null || [ -x /usr/sbin/nginx ] || missing+=(nginx-light)
-    [ ${#missing[@]} -eq 0 ] && return 0
-    if [ "$(id -u)" -ne 0 ] || ! command -v apt-get >/dev/null; then
-        echo "SKIP: ${missing[*]} not installed (apt-get install ${missing[*]} as root)"; exit 77
-    fi
-    say "installing ${missing[*]}"
-    local policy=/usr/sbin/policy-rc.d made_policy=no
-    if [ ! -e "$policy" ]; then
-        printf '#!/bin/sh\nexit 101\n' > "$policy" && chmod 755 "$policy" && made_policy=yes
-    fi
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null 2>&1 \
-        || { DEBIAN_FRONTEND=noninteractive apt-get update -q >/dev/null 2>&1
-             DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends "${missing[@]}" >/dev/null 2>&1; }
-    [ "$made_policy" = yes ] && rm -f "$policy"
-    command -v wrk >/dev/null && { command -v nginx >/dev/null || [ -x /usr/sbin/nginx ]; } \
-        || { echo "SKIP: cannot install ${missing[*]}"; exit 77; }
-}
-install_tools
+# What the run needs beyond the build: wrk and nginx (installed here only).
+# shellcheck source=/dev/null
+. "$(dirname "$0")/bench_tools.sh"
+bench_need wrk:wrk nginx:nginx-light
 NGINX=$(command -v nginx || echo /usr/sbin/nginx)
 for tool in curl python3; do
     command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed"; exit 77; }

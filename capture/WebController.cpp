@@ -389,7 +389,8 @@ void WebController::onLoaded()
     m_state = State::Settling;
     runPageScripts();
     const int settleMs = qMax(m_params.wait_time, 1) * 1000;
-    QTimer::singleShot(settleMs, this, [this, generation = m_generation] {
+    qCDebug(lcCapture).noquote() << "loaded" << m_url.toDisplayString() << "- printing in" << settleMs << "ms";
+    QTimer::singleShot(settleMs, Qt::PreciseTimer, this, [this, generation = m_generation] {
         if (generation == m_generation && m_state == State::Settling)
             print();
     });

@@ -6,6 +6,10 @@
 #include "network/HTTPServer.h"
 #include "network/NetworkLog.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QDateTime>
 #include <QFile>
 #include <QStringDecoder>
@@ -181,21 +185,56 @@ void HTTPConnection::returnStringContent(const QString& text, const QString& con
               + body);
 }
 
+std::unique_ptr<QFile> HTTPConnection::openRegularFile(const QString& path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+        return nullptr;
+    struct stat st {};
+    auto file = std::make_unique<QFile>();
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || !file->open(fd, QIODevice::ReadOnly, QFile::AutoCloseHandle)) {
+        ::close(fd);
+        return nullptr;
+    }
+    return file;
+}
+
 void HTTPConnection::returnFileContent(const QString& path)
+{
+    std::unique_ptr<QFile> file = openRegularFile(path);
+    if (!file)
+        qCInfo(lcHttp) << "cannot read" << path;
+    returnFileContent(std::move(file), path);
+}
+
+void HTTPConnection::returnFileContent(std::unique_ptr<QFile> file, const QString& path)
 {
     if (!beginResponse())
         return;
-    auto file = std::make_unique<QFile>(path);
-    if (file->open(QIODevice::ReadOnly))
-        m_file = std::move(file);
-    else
-        qCInfo(lcHttp) << "cannot read" << path << file->errorString();
-    writeData(headBytes({QStringLiteral("HTTP/1.1 200 OK"),
-                         QStringLiteral("Date: %1").arg(dateText()),
-                         QStringLiteral("Server: %1").arg(m_httpAgent),
-                         QStringLiteral("Access-Control-Allow-Origin: *"),
-                         QStringLiteral("Connection: close"),
-                         QStringLiteral("Content-Type: %1").arg(guessContentTypeForPath(path))}));
+    m_file = std::move(file);
+    m_fileLeft = m_file ? m_file->size() : 0;
+    QByteArray head = headBytes({QStringLiteral("HTTP/1.1 200 OK"),
+                                 QStringLiteral("Date: %1").arg(dateText()),
+                                 QStringLiteral("Server: %1").arg(m_httpAgent),
+                                 QStringLiteral("Access-Control-Allow-Origin: *"),
+                                 QStringLiteral("Connection: close"),
+                                 QStringLiteral("Content-Type: %1").arg(guessContentTypeForPath(path))});
+    // A small file goes out with its head in one write; a large one
+    // follows piece by piece.
+    if (m_file)
+        head += readFilePiece();
+    writeData(head);
+}
+
+QByteArray HTTPConnection::readFilePiece()
+{
+    // Sized by what is left, so the last read needs no second one to find
+    // the end, and no piece-sized buffer is made for a small file.
+    QByteArray piece = m_fileLeft > 0 ? m_file->read(std::min(pieceSize, m_fileLeft)) : QByteArray();
+    m_fileLeft -= piece.size();
+    if (piece.isEmpty() || m_fileLeft <= 0)
+        m_file.reset();
+    return piece;
 }
 
 void HTTPConnection::returnErrorMessage(const QString& message)
@@ -285,6 +324,10 @@ void HTTPConnection::writeData(const QByteArray& data)
     m_writeBuffer = data;
     m_writePos = 0;
     writeNextPiece();
+    // The first piece is written now rather than at the next turn of the
+    // loop; later ones follow from bytesWritten as the socket drains.
+    if (!m_isClosed)
+        m_socket->flush();
 }
 
 void HTTPConnection::writeNextPiece()
@@ -299,9 +342,7 @@ void HTTPConnection::writeNextPiece()
         piece = m_writeBuffer.sliced(m_writePos, n);
         m_writePos += n;
     } else if (m_file) {
-        piece = m_file->read(pieceSize);
-        if (piece.isEmpty())
-            m_file.reset();
+        piece = readFilePiece();
     }
     if (piece.isEmpty()) {
         finishWriting();

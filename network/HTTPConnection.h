@@ -44,6 +44,11 @@ public:
     void returnDataContent(const QByteArray& data, const QString& contentType);
     void returnStringContent(const QString& text, const QString& contentType = QStringLiteral("text/html"));
     void returnFileContent(const QString& path);
+    // The same with a file opened by openRegularFile (path names its type).
+    void returnFileContent(std::unique_ptr<QFile> file, const QString& path);
+    // The file at path opened for reading when it is a regular file; never
+    // waits on a FIFO or device put there. nullptr otherwise.
+    static std::unique_ptr<QFile> openRegularFile(const QString& path);
     void returnErrorMessage(const QString& message);
     // A feed map with "TITLE", "DESC" and "ITEMS" (maps with "TITLE",
     // "DESC" and "LINK"), sent as RSS 2.0 with absolute links on the
@@ -65,6 +70,7 @@ private:
     bool beginResponse();
     void writeData(const QByteArray& data);
     void writeNextPiece();
+    QByteArray readFilePiece();
     void finishWriting();
     void restartIdleTimer();
 
@@ -80,6 +86,7 @@ private:
     QByteArray m_writeBuffer;
     qint64 m_writePos = 0;
     std::unique_ptr<QFile> m_file;
+    qint64 m_fileLeft = 0; // bytes of m_file not read yet
     bool m_answered = false;
     bool m_finishing = false;
     bool m_isClosed = false;

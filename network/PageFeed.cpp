@@ -51,8 +51,9 @@ void PageFeed::answerFile(HTTPConnection& connection, const QString& encodedName
 {
     const QString name = decodeURL(encodedName);
     const QString path = m_folder + QLatin1Char('/') + name;
-    if (isPlainName(name) && QFileInfo(path).isFile())
-        connection.returnFileContent(path);
+    std::unique_ptr<QFile> file = isPlainName(name) ? HTTPConnection::openRegularFile(path) : nullptr;
+    if (file)
+        connection.returnFileContent(std::move(file), path);
     else
         connection.returnErrorMessage(QStringLiteral("file not found"));
 }

@@ -10,6 +10,8 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/stat.h>
 #include <QTimer>
 #include <QXmlStreamReader>
 
@@ -132,6 +134,7 @@ private slots:
         writeFile(m_folder + "/x<y&z.txt", "odd");
         QVERIFY(QDir().mkpath(m_folder + "/sub"));
         writeFile(m_folder + "/sub/inner.txt", "inner");
+        QCOMPARE(::mkfifo(QFile::encodeName(m_folder + "/pipe").constData(), 0600), 0);
         m_feed = std::make_unique<PageFeed>(m_folder);
     }
 
@@ -248,6 +251,7 @@ private slots:
         QTest::newRow("subfolder") << QByteArray("/file/sub/inner.txt");
         QTest::newRow("encoded subfolder") << QByteArray("/file/sub%2finner.txt");
         QTest::newRow("folder itself") << QByteArray("/file/sub");
+        QTest::newRow("a FIFO, never waited on") << QByteArray("/file/pipe");
         QTest::newRow("nul after name") << QByteArray("/file/a.pdf%00");
         QTest::newRow("nul alone") << QByteArray("/file/%00");
         QTest::newRow("empty name") << QByteArray("/file/");
