@@ -5,6 +5,7 @@
 #include "network/HTTPConnectionDelegate.h"
 #include "network/HTTPServer.h"
 #include "network/NetworkLog.h"
+#include "network/SocketStream.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,7 +14,6 @@
 #include <QDateTime>
 #include <QFile>
 #include <QStringDecoder>
-#include <QTcpSocket>
 
 namespace quirepad {
 
@@ -49,17 +49,16 @@ QString refusalMessage(HTTPRequestParser::State state)
 
 } // namespace
 
-HTTPConnection::HTTPConnection(QTcpSocket* socket, HTTPServer* server, const HTTPLimits& limits)
+HTTPConnection::HTTPConnection(int socketDescriptor, HTTPServer* server, const HTTPLimits& limits)
     : QObject(server)
-    , m_socket(socket)
+    , m_socket(new SocketStream(socketDescriptor, this))
     , m_server(server)
     , m_parser(limits)
     , m_limits(limits)
 {
-    m_socket->setParent(this);
-    connect(m_socket, &QTcpSocket::readyRead, this, &HTTPConnection::readRequest);
-    connect(m_socket, &QTcpSocket::disconnected, this, &HTTPConnection::close);
-    connect(m_socket, &QTcpSocket::bytesWritten, this, [this] {
+    connect(m_socket, &SocketStream::readyRead, this, &HTTPConnection::readRequest);
+    connect(m_socket, &SocketStream::closed, this, &HTTPConnection::close);
+    connect(m_socket, &SocketStream::drained, this, [this] {
         restartIdleTimer();
         writeNextPiece();
     });
@@ -79,8 +78,6 @@ HTTPConnection::HTTPConnection(QTcpSocket* socket, HTTPServer* server, const HTT
         close();
     });
     m_requestTimer.start();
-    if (m_socket->bytesAvailable() > 0)
-        QMetaObject::invokeMethod(this, &HTTPConnection::readRequest, Qt::QueuedConnection);
 }
 
 HTTPConnection::~HTTPConnection()
@@ -98,7 +95,19 @@ void HTTPConnection::readRequest()
 {
     if (m_isClosed)
         return;
-    const QByteArray chunk = m_socket->readAll();
+    bool atEnd = false;
+    const QByteArray chunk = m_socket->readAvailable(&atEnd);
+    if (atEnd && !m_answered) {
+        // A peer that closed its side before its request was whole gets no
+        // answer; one that closed it after sending the request still does.
+        if (chunk.isEmpty() || m_parser.feed(chunk) != HTTPRequestParser::State::Complete) {
+            close();
+            return;
+        }
+        m_requestTimer.stop();
+        deliver();
+        return;
+    }
     if (chunk.isEmpty())
         return;
     restartIdleTimer();
@@ -127,11 +136,12 @@ void HTTPConnection::deliver()
     if (m_peerHost.isEmpty()) {
         // A client without a Host header (HTTP/1.0) still gets links that
         // lead back here: the address it connected to.
-        const QHostAddress local = m_socket->localAddress();
+        quint16 port = 0;
+        const QHostAddress local = m_socket->localAddress(&port);
         const QString address = local.protocol() == QAbstractSocket::IPv6Protocol
                                     ? QStringLiteral("[%1]").arg(local.toString())
                                     : local.toString();
-        m_peerHost = QStringLiteral("%1:%2").arg(address).arg(m_socket->localPort());
+        m_peerHost = QStringLiteral("%1:%2").arg(address).arg(port);
     }
     m_requestUrl = head.value(QStringLiteral("URL_PATH"));
     HTTPConnectionDelegate* delegate = m_server ? m_server->delegate() : nullptr;
@@ -324,10 +334,6 @@ void HTTPConnection::writeData(const QByteArray& data)
     m_writeBuffer = data;
     m_writePos = 0;
     writeNextPiece();
-    // The first piece is written now rather than at the next turn of the
-    // loop; later ones follow from bytesWritten as the socket drains.
-    if (!m_isClosed)
-        m_socket->flush();
 }
 
 void HTTPConnection::writeNextPiece()
@@ -348,9 +354,21 @@ void HTTPConnection::writeNextPiece()
         finishWriting();
         return;
     }
-    if (m_socket->write(piece) < 0) {
-        qCInfo(lcHttp) << "write failed:" << m_socket->errorString();
-        close();
+    if (!m_socket->write(piece))
+        return; // the peer went away: closed
+    // What the socket took at once is out; the next piece follows at the
+    // next turn of the loop (or when the socket drains), so a large answer
+    // never holds the loop for more than one piece.
+    if (m_socket->bytesToWrite() == 0 && !m_nextPieceQueued) {
+        if (m_writePos >= m_writeBuffer.size() && !m_file) {
+            finishWriting();
+            return;
+        }
+        m_nextPieceQueued = true;
+        QMetaObject::invokeMethod(this, [this] {
+            m_nextPieceQueued = false;
+            writeNextPiece();
+        }, Qt::QueuedConnection);
     }
 }
 
@@ -359,9 +377,7 @@ void HTTPConnection::finishWriting()
     m_finishing = true;
     m_writeBuffer.clear();
     m_file.reset();
-    m_socket->disconnectFromHost();
-    if (m_socket->state() == QAbstractSocket::UnconnectedState)
-        close();
+    m_socket->closeWhenSent();
 }
 
 void HTTPConnection::close()

@@ -13,11 +13,11 @@
 #include <memory>
 
 class QFile;
-class QTcpSocket;
 
 namespace quirepad {
 
 class HTTPServer;
+class SocketStream;
 
 // One accepted socket: reads one request, hands it to the server's delegate,
 // writes one response with "Connection: close" and closes. Responses leave in
@@ -31,8 +31,8 @@ class HTTPConnection : public QObject
 public:
     static constexpr qint64 pieceSize = 262144;
 
-    // Takes ownership of socket; the server is the parent.
-    HTTPConnection(QTcpSocket* socket, HTTPServer* server, const HTTPLimits& limits);
+    // Takes the accepted socket's descriptor; the server is the parent.
+    HTTPConnection(int socketDescriptor, HTTPServer* server, const HTTPLimits& limits);
     ~HTTPConnection() override;
 
     // The request target as sent, query string included.
@@ -74,7 +74,7 @@ private:
     void finishWriting();
     void restartIdleTimer();
 
-    QTcpSocket* m_socket = nullptr;
+    SocketStream* m_socket = nullptr; // child
     QPointer<HTTPServer> m_server;
     HTTPRequestParser m_parser;
     HTTPLimits m_limits;
@@ -89,6 +89,7 @@ private:
     qint64 m_fileLeft = 0; // bytes of m_file not read yet
     bool m_answered = false;
     bool m_finishing = false;
+    bool m_nextPieceQueued = false;
     bool m_isClosed = false;
 };
 

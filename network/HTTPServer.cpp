@@ -6,9 +6,28 @@
 #include "network/NetworkLog.h"
 
 #include <QTcpServer>
-#include <QTcpSocket>
+
+#include <functional>
+
+#include <unistd.h>
 
 namespace quirepad {
+
+namespace {
+
+// Hands over each accepted socket as its bare descriptor: the connection
+// works on it directly, without the set-up a QTcpSocket costs.
+class DescriptorListener : public QTcpServer
+{
+public:
+    using QTcpServer::QTcpServer;
+    std::function<void(qintptr)> onIncoming;
+
+protected:
+    void incomingConnection(qintptr descriptor) override { onIncoming(descriptor); }
+};
+
+} // namespace
 
 HTTPServer::HTTPServer(QObject* parent)
     : QObject(parent)
@@ -40,8 +59,9 @@ bool HTTPServer::listen()
 {
     configure();
     close();
-    m_listener = new QTcpServer(this);
-    connect(m_listener, &QTcpServer::newConnection, this, &HTTPServer::acceptPending);
+    auto* listener = new DescriptorListener(this);
+    listener->onIncoming = [this](qintptr descriptor) { accept(int(descriptor)); };
+    m_listener = listener;
     connect(m_listener, &QTcpServer::acceptError, this, [this](QAbstractSocket::SocketError) {
         qCWarning(lcHttp) << "accept error:" << (m_listener ? m_listener->errorString() : QString());
     });
@@ -83,6 +103,10 @@ void HTTPServer::close()
         m_connections.clear();
         m_isClosed = true;
     }
+    for (const int descriptor : std::as_const(m_waiting))
+        ::close(descriptor);
+    m_waiting.clear();
+    m_acceptPaused = false;
     if (m_listener) {
         m_listener->close();
         m_listener->deleteLater();
@@ -98,32 +122,42 @@ quint16 HTTPServer::port() const
     return m_listener->serverPort();
 }
 
-void HTTPServer::acceptPending()
+void HTTPServer::accept(int descriptor)
 {
-    if (!m_listener)
-        return;
-    while (m_listener->hasPendingConnections()) {
-        if (m_connections.size() >= m_limits.maxConnections) {
+    // Beyond the limit a client waits, unread, until a connection closes;
+    // no more are accepted meanwhile.
+    if (m_connections.size() >= m_limits.maxConnections || !m_waiting.isEmpty()) {
+        m_waiting.append(descriptor);
+        if (!m_acceptPaused) {
             m_listener->pauseAccepting();
             m_acceptPaused = true;
-            return;
         }
-        QTcpSocket* socket = m_listener->nextPendingConnection();
-        auto* connection = new HTTPConnection(socket, this, m_limits);
+        return;
+    }
+    auto* connection = new HTTPConnection(descriptor, this, m_limits);
+    connect(connection, &HTTPConnection::closed, this, &HTTPServer::closeConnection);
+    m_connections.append(connection);
+}
+
+void HTTPServer::acceptPending()
+{
+    while (!m_waiting.isEmpty() && m_connections.size() < m_limits.maxConnections) {
+        auto* connection = new HTTPConnection(m_waiting.takeFirst(), this, m_limits);
         connect(connection, &HTTPConnection::closed, this, &HTTPServer::closeConnection);
         m_connections.append(connection);
+    }
+    if (m_waiting.isEmpty() && m_acceptPaused && m_listener) {
+        m_acceptPaused = false;
+        m_listener->resumeAccepting();
     }
 }
 
 void HTTPServer::closeConnection(HTTPConnection* connection)
 {
     m_connections.removeOne(connection);
-    // Clients that waited in the listen queue are taken now.
-    if (m_acceptPaused && m_listener && m_connections.size() < m_limits.maxConnections) {
-        m_acceptPaused = false;
-        m_listener->resumeAccepting();
+    // Clients that waited are taken now.
+    if (m_acceptPaused)
         QMetaObject::invokeMethod(this, &HTTPServer::acceptPending, Qt::QueuedConnection);
-    }
 }
 
 } // namespace quirepad

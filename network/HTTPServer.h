@@ -66,11 +66,13 @@ public:
     int publishedService() const { return m_service; }
 
 private:
+    void accept(int descriptor);
     void acceptPending();
     void closeConnection(HTTPConnection* connection);
 
     QTcpServer* m_listener = nullptr;
     QList<HTTPConnection*> m_connections;
+    QList<int> m_waiting; // accepted beyond the connection limit, not read yet
     HTTPConnectionDelegate* m_delegate = nullptr;
     DnsSd* m_dnsSd = nullptr;
     int m_service = 0;

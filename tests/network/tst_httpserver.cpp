@@ -11,6 +11,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <QTimer>
 #include <QXmlStreamReader>
@@ -46,6 +47,13 @@ public:
     qint64 totalReceived() const { return m_total; }
     void send(const QByteArray& bytes) { m_socket.write(bytes); }
     void abort() { m_socket.abort(); }
+    // Says the request is complete by closing the sending side, as
+    // "nc -N" and some HTTP/1.0 tools do; answers still arrive.
+    void finishSending()
+    {
+        m_socket.flush();
+        ::shutdown(int(m_socket.socketDescriptor()), SHUT_WR);
+    }
     bool waitClosed(int ms) { return QTest::qWaitFor([this] { return m_closed; }, ms); }
 
     QByteArray head() const { return m_received.left(m_received.indexOf("\r\n\r\n")); }
@@ -229,6 +237,17 @@ private slots:
         }
         QVERIFY2(!xml.hasError(), qPrintable(xml.errorString()));
         QCOMPARE(evil, 0);
+    }
+
+    void answeredAfterTheClientClosedItsSide()
+    {
+        RawClient client(m_server->port());
+        QVERIFY(client.connected());
+        client.send("GET /index.html HTTP/1.0\r\n\r\n");
+        client.finishSending();
+        QVERIFY(client.waitClosed(5000));
+        QVERIFY2(client.received().startsWith("HTTP/1.1 200 OK\r\n"), client.received().left(200).constData());
+        QVERIFY(client.body().contains("Quirepad::all printed pages"));
     }
 
     // Without a Host header the links name the address connected to.

@@ -192,7 +192,7 @@ private slots:
     void trayMenuOffersDestinationsAndCommands()
     {
         QCOMPARE(menuTexts(), (QStringList{"Idle", "Open in Preview", "Copy to Desktop", "Process PDF Files…",
-                                           "Take Screenshot", "Retry", "Stop", "Clear Queue",
+                                           "Take Screenshot", "Print Web Page…", "Retry", "Stop", "Clear Queue",
                                            "Install Print Driver…", "Preferences…", "Plugins…", "Filters…",
                                            "Quit"}));
         QVERIFY(!menuAction("Stop")->isEnabled()); // nothing to stop
