@@ -45,10 +45,8 @@ bench_need chromium:chromium wkhtmltopdf:wkhtmltopdf pdfinfo:poppler-utils pdfto
 PY=/usr/bin/python3
 [ -x "$PY" ] || PY=$(command -v python3) || { echo "SKIP: python3 is not installed"; exit 77; }
 QP="$build/bin/quirepad"
-[ -x "$QP" ] || { say "no $QP"; exit 1; }
+bench_check_build "$build"
 [ -x "$build/bin/quirepad-webcapture" ] || { echo "SKIP: quirepad-webcapture was not built (Qt WebEngine missing?)"; exit 77; }
-grep -q '^CMAKE_BUILD_TYPE:STRING=\(Release\|RelWithDebInfo\|MinSizeRel\)$' "$build/CMakeCache.txt" 2>/dev/null \
-    || say "warning: $build is not a release build; the figures will not be representative"
 
 D="$(mktemp -d "${BENCH_TMPDIR:-/tmp}/quirepad-capture-bench.XXXXXX")" || { say "cannot make a work folder"; exit 1; }
 SERVER_PID=

@@ -39,9 +39,7 @@ for tool in curl python3; do
     command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
 done
 QP="$build/bin/quirepad"
-[ -x "$QP" ] || { say "no $QP"; exit 1; }
-grep -q '^CMAKE_BUILD_TYPE:STRING=\(Release\|RelWithDebInfo\|MinSizeRel\)$' "$build/CMakeCache.txt" 2>/dev/null \
-    || say "warning: $build is not a release build; the figures will not be representative"
+bench_check_build "$build"
 
 D="$(mktemp -d "${BENCH_TMPDIR:-/tmp}/quirepad-feed-bench.XXXXXX")" || { say "cannot make a work folder"; exit 1; }
 APP_PID=

@@ -27,3 +27,11 @@ bench_need() {
         command -v "$tool" >/dev/null || [ -x "/usr/sbin/$tool" ] || { echo "SKIP: cannot install ${missing[*]} ($tool missing)"; exit 77; }
     done
 }
+
+# bench_check_build BUILD_DIR: the program must be there; figures from a
+# build without optimisation are said to be unrepresentative.
+bench_check_build() {
+    [ -x "$1/bin/quirepad" ] || { echo "bench: no $1/bin/quirepad"; exit 1; }
+    grep -q '^CMAKE_BUILD_TYPE:STRING=\(Release\|RelWithDebInfo\|MinSizeRel\)$' "$1/CMakeCache.txt" 2>/dev/null \
+        || echo "bench: warning: $1 is not a release build; the figures will not be representative"
+}
