@@ -2,6 +2,7 @@
 
 #include "foundation/Log.h"
 #include "foundation/PlistReader.h"
+#include "foundation/SettingsSchema.h"
 #include "foundation/pathvars.h"
 
 #include <QFileInfo>
@@ -77,7 +78,7 @@ bool UserDefaults::registerDefaultsFromFile(const QString& plistPath)
 
 void UserDefaults::registerApplicationDefaults()
 {
-    registerDefaults({{QStringLiteral("show_menubar_icon"), true}, {QStringLiteral("maxcount"), 5}});
+    registerDefaults(SettingsSchema::codeDefaults());
     registerDefaultsFromFile(f(QStringLiteral("${APP_RESOURCES}/Defaults.plist")));
 }
 
