@@ -41,6 +41,10 @@ PACKAGES=(
     # web capture: Qt WebEngine and the web channel, linked by the worker
     # quirepad-webcapture only, and Chromium's helper process
     qt6-webengine-dev qt6-webchannel-dev libqt6webenginecore6-bin
+    # desktop integration: icons rendered from the SVG at build time, the
+    # validators of the desktop entry and the AppStream file, the Debian
+    # package's library dependencies (dpkg-shlibdeps)
+    librsvg2-bin desktop-file-utils appstream file dpkg-dev
 )
 
 missing=()
