@@ -3,6 +3,7 @@
 #include "AppSession.h"
 #include "CommandLine.h"
 
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
 #include "network/NetworkServices.h"
 
@@ -18,7 +19,7 @@ int airprint(AppSession& session, const CommandInvocation& call)
     session.delegate(); // settings registered
     const NetworkServices* network = session.networkServices();
     if (!network) {
-        call.out << "queue: " << UserDefaults::standard().stringValue(QStringLiteral("air_printer")) << "\n"
+        call.out << "queue: " << UserDefaults::standard().stringValue(SettingKey::AirPrinter) << "\n"
                  << "published: no\nwhy: " << NotRunning << "\n";
         return 1;
     }
@@ -52,12 +53,14 @@ int feed(AppSession& session, const CommandInvocation& call)
 void addNetworkCommands(CommandLine& commandLine, AppSession& session)
 {
     commandLine.addCommand({ QStringLiteral("airprint"), QStringLiteral("status"),
-        QStringLiteral("whether phones see the queue as an AirPrint printer: the queue found,\n"
-                       "whether \"AirPrint Quirepad\" is published, and if not, why"),
-        [&session](const CommandInvocation& call) { return airprint(session, call); } });
+        QStringLiteral("whether phones see the queue as an AirPrint printer\n"
+                       "Shows the queue found, whether \"AirPrint Quirepad\" is published, and if\n"
+                       "not, why."),
+        [&session](const CommandInvocation& call) { return airprint(session, call); }, {}, QStringList() });
     commandLine.addCommand({ QStringLiteral("feed"), QStringLiteral("url | status"),
-        QStringLiteral("the address of the page feed (RSS and index of the printed pages folder)"),
-        [&session](const CommandInvocation& call) { return feed(session, call); } });
+        QStringLiteral("the address or the state of the page feed\n"
+                       "The feed is an RSS feed and an index of the printed pages folder."),
+        [&session](const CommandInvocation& call) { return feed(session, call); }, {}, QStringList() });
 }
 
 } // namespace quirepad

@@ -2,7 +2,9 @@
 
 #include "foundation/cocoa_format.h"
 
+#include <algorithm>
 #include <array>
+#include <vector>
 
 namespace quirepad {
 
@@ -41,8 +43,9 @@ const std::array<SettingDefinition, 15>& table()
             boolean(SettingKey::DisableNotifications, false, "show no desktop notifications"),
             boolean(SettingKey::ForceIntroWindow, false, "show the introduction at the next start"),
             boolean(SettingKey::EnableAirPrinter, false, "announce the print queue to phones (AirPrint)"),
-            {SettingKey::AirPrinter, SettingType::Record, QVariantMap(),
-             QStringLiteral("the print queue last found on the network (kept by Quirepad)"), 0, 0, true},
+            {SettingKey::AirPrinter, SettingType::Text, QString(),
+             QStringLiteral("the address of the print queue last found on the network (kept by Quirepad)"), 0, 0,
+             true},
             boolean(SettingKey::HttpEnabled, false, "serve the page feed over HTTP"),
             integer(SettingKey::HttpPort, 8631, 1, 65535, "the page feed's port"),
             boolean(SettingKey::HttpBindAll, false, "serve the page feed to other devices, not only this one"),
@@ -50,7 +53,8 @@ const std::array<SettingDefinition, 15>& table()
             text(SettingKey::HttpServiceType, "the DNS-SD type the page feed is announced as (e.g. _http._tcp)"),
         };
         for (SettingDefinition& s : t)
-            s.registeredInCode = s.key == SettingKey::ShowMenubarIcon || s.key == SettingKey::Maxcount;
+            s.registeredInCode = s.key == SettingKey::ShowMenubarIcon || s.key == SettingKey::Maxcount
+                                 || s.key == SettingKey::AirPrinter;
         return t;
     }();
     return settings;
@@ -69,6 +73,36 @@ const SettingDefinition* SettingsSchema::find(const QString& key)
         if (s.key == key)
             return &s;
     return nullptr;
+}
+
+QStringList SettingsSchema::closeMatches(const QString& key)
+{
+    // Edit distance (insertions, deletions, substitutions), case ignored.
+    const auto distance = [](const QString& a, const QString& b) {
+        std::vector<qsizetype> row(size_t(b.size()) + 1);
+        for (qsizetype j = 0; j <= b.size(); ++j)
+            row[size_t(j)] = j;
+        for (qsizetype i = 1; i <= a.size(); ++i) {
+            qsizetype diagonal = row[0];
+            row[0] = i;
+            for (qsizetype j = 1; j <= b.size(); ++j) {
+                const qsizetype above = row[size_t(j)];
+                const bool same = a.at(i - 1).toLower() == b.at(j - 1).toLower();
+                row[size_t(j)] = std::min({above + 1, row[size_t(j - 1)] + 1, diagonal + (same ? 0 : 1)});
+                diagonal = above;
+            }
+        }
+        return row.back();
+    };
+    QStringList matches;
+    const QString wanted = key.toLower();
+    for (const SettingDefinition& s : table()) {
+        const QString candidate = s.key.toLower();
+        const bool contained = wanted.size() >= 3 && (candidate.contains(wanted) || wanted.contains(candidate));
+        if (contained || distance(wanted, candidate) <= std::max<qsizetype>(2, candidate.size() / 4))
+            matches << s.key;
+    }
+    return matches;
 }
 
 QVariantMap SettingsSchema::codeDefaults()
@@ -108,11 +142,11 @@ std::optional<QVariant> SettingsSchema::parse(const SettingDefinition& setting, 
     }
     case SettingType::Text:
     case SettingType::Destination:
+        if (setting.internal)
+            return refuse(QStringLiteral("%1 is kept by Quirepad itself and cannot be written").arg(setting.key));
         if (text.contains(QChar(0)) || text.contains(u'\n'))
             return refuse(QStringLiteral("%1 takes one line of text").arg(setting.key));
         return QVariant(text);
-    case SettingType::Record:
-        return refuse(QStringLiteral("%1 is kept by Quirepad itself and cannot be written").arg(setting.key));
     }
     return refuse(QStringLiteral("%1 cannot be written").arg(setting.key));
 }
@@ -130,8 +164,6 @@ bool SettingsSchema::accepts(const SettingDefinition& setting, const QVariant& v
     case SettingType::Text:
     case SettingType::Destination:
         return value.typeId() == QMetaType::QString;
-    case SettingType::Record:
-        return value.typeId() == QMetaType::QVariantMap;
     }
     return false;
 }
@@ -147,8 +179,6 @@ QString SettingsSchema::typeName(SettingType type)
         return QStringLiteral("text");
     case SettingType::Destination:
         return QStringLiteral("destination name");
-    case SettingType::Record:
-        return QStringLiteral("record");
     }
     return QString();
 }

@@ -34,7 +34,6 @@ enum class SettingType {
     Integer,     // a whole number within [minimum, maximum]
     Text,        // free text
     Destination, // the name of a destination; empty means ask in the panel
-    Record,      // a dictionary the program keeps for itself
 };
 
 // One setting: its key, type, default, allowed values and what it does.
@@ -58,6 +57,9 @@ class SettingsSchema
 public:
     static std::span<const SettingDefinition> all();
     static const SettingDefinition* find(const QString& key);
+    // Keys that look like a mistyped KEY (a few letters off, or one
+    // containing the other), in table order.
+    static QStringList closeMatches(const QString& key);
 
     // The defaults registered in code (the resource "Defaults.plist" is
     // registered after them and may replace them).
@@ -69,7 +71,7 @@ public:
     // A value of any origin checked against the type and range.
     static bool accepts(const SettingDefinition& setting, const QVariant& value);
 
-    // "yes/no", "number 1-20", "text", "destination name", "record".
+    // "yes/no", "number", "text", "destination name".
     static QString typeName(SettingType type);
     // A value as the command line shows it (booleans as yes/no).
     static QString displayText(const QVariant& value);

@@ -1,5 +1,6 @@
 #include "network/AirPrintAdvertiser.h"
 
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
 #include "foundation/identifiers.h"
 #include "network/NetworkLog.h"
@@ -10,9 +11,6 @@
 
 namespace quirepad {
 namespace {
-
-const QString AirPrinterKey = QStringLiteral("air_printer");
-const QString EnableKey = QStringLiteral("enable_airprinter");
 
 QStringList interfaceAddresses()
 {
@@ -66,7 +64,7 @@ AirPrintAdvertiser::~AirPrintAdvertiser()
 
 void AirPrintAdvertiser::advertiseItself()
 {
-    UserDefaults::standard().remove(AirPrinterKey);
+    UserDefaults::standard().remove(SettingKey::AirPrinter);
     m_searching = true;
     m_dnsSd.browse(QStringLiteral("_ipp._tcp"));
     if (!m_dnsSd.isAvailable())
@@ -117,14 +115,14 @@ void AirPrintAdvertiser::queueConfirmed(const QString& adminUrl, const QString& 
 {
     if (rp != QLatin1String(QueuePath) || !isThisHost)
         return;
-    UserDefaults::standard().setValue(AirPrinterKey, adminUrl);
+    UserDefaults::standard().setValue(SettingKey::AirPrinter, adminUrl);
     emit stateChanged();
     publishAirPrinter();
 }
 
 TxtRecord AirPrintAdvertiser::txtRecord() const
 {
-    const QString adminUrl = UserDefaults::standard().stringValue(AirPrinterKey);
+    const QString adminUrl = UserDefaults::standard().stringValue(SettingKey::AirPrinter);
     return {
         { "txtvers", "1" },
         { "qtotal", "1" },
@@ -142,8 +140,8 @@ TxtRecord AirPrintAdvertiser::txtRecord() const
 void AirPrintAdvertiser::publishAirPrinter()
 {
     const UserDefaults& defaults = UserDefaults::standard();
-    const bool known = defaults.contains(AirPrinterKey);
-    if (!known || !defaults.boolValue(EnableKey)) {
+    const bool known = !defaults.stringValue(SettingKey::AirPrinter).isEmpty();
+    if (!known || !defaults.boolValue(SettingKey::EnableAirPrinter)) {
         if (m_broadcast)
             m_dnsSd.withdraw(m_broadcast);
         m_broadcast = 0;
@@ -174,13 +172,13 @@ QString AirPrintAdvertiser::publishedName() const
 QString AirPrintAdvertiser::whyNotPublished() const
 {
     const UserDefaults& defaults = UserDefaults::standard();
-    if (!defaults.boolValue(EnableKey))
-        return QStringLiteral("AirPrint is switched off (enable_airprinter)");
+    if (!defaults.boolValue(SettingKey::EnableAirPrinter))
+        return QStringLiteral("AirPrint is switched off (%1)").arg(SettingKey::EnableAirPrinter);
     if (!m_dnsSd.isAvailable())
         return m_dnsSd.problem();
     if (!m_searching)
         return QStringLiteral("the search starts two seconds after launch");
-    if (!defaults.contains(AirPrinterKey))
+    if (defaults.stringValue(SettingKey::AirPrinter).isEmpty())
         return QStringLiteral("no shared queue %1 from this host is announced on the network; share it with "
                               "\"quirepad install-driver --share\" and make sure CUPS shares printers "
                               "(cupsctl --share-printers)")

@@ -1,5 +1,6 @@
 #include "network/HTTPServer.h"
 
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
 #include "network/DnsSd.h"
 #include "network/HTTPConnection.h"
@@ -45,14 +46,14 @@ HTTPServer::~HTTPServer()
 void HTTPServer::configure()
 {
     const UserDefaults& defaults = UserDefaults::standard();
-    if (defaults.contains(QStringLiteral("HTTPServer_serverPort")))
-        m_serverPort = defaults.value(QStringLiteral("HTTPServer_serverPort")).toLongLong();
-    if (defaults.contains(QStringLiteral("HTTPServer_serviceName")))
-        m_serviceName = defaults.value(QStringLiteral("HTTPServer_serviceName")).toString();
-    if (defaults.contains(QStringLiteral("HTTPServer_serviceType")))
-        m_serviceType = defaults.value(QStringLiteral("HTTPServer_serviceType")).toString();
-    if (defaults.contains(QStringLiteral("HTTPServer_bind_all")))
-        m_bindAll = defaults.value(QStringLiteral("HTTPServer_bind_all")).toBool();
+    if (defaults.contains(SettingKey::HttpPort))
+        m_serverPort = defaults.value(SettingKey::HttpPort).toLongLong();
+    if (defaults.contains(SettingKey::HttpServiceName))
+        m_serviceName = defaults.value(SettingKey::HttpServiceName).toString();
+    if (defaults.contains(SettingKey::HttpServiceType))
+        m_serviceType = defaults.value(SettingKey::HttpServiceType).toString();
+    if (defaults.contains(SettingKey::HttpBindAll))
+        m_bindAll = defaults.value(SettingKey::HttpBindAll).toBool();
 }
 
 bool HTTPServer::listen()

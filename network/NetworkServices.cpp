@@ -1,5 +1,6 @@
 #include "network/NetworkServices.h"
 
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
 #include "network/AirPrintAdvertiser.h"
 #include "network/AvahiDnsSd.h"
@@ -12,10 +13,6 @@
 
 namespace quirepad {
 namespace {
-
-const QString EnabledKey = QStringLiteral("HTTPServer_enabled");
-const QString PortKey = QStringLiteral("HTTPServer_serverPort");
-const QString BindAllKey = QStringLiteral("HTTPServer_bind_all");
 
 // The first IPv4 address of an interface that is up and not loopback.
 QString networkAddress()
@@ -85,10 +82,10 @@ void NetworkServices::applySettings()
 void NetworkServices::applyServerSettings()
 {
     const UserDefaults& defaults = UserDefaults::standard();
-    const bool enabled = defaults.boolValue(EnabledKey);
-    const qint64 requested = defaults.integerValue(PortKey);
+    const bool enabled = defaults.boolValue(SettingKey::HttpEnabled);
+    const qint64 requested = defaults.integerValue(SettingKey::HttpPort);
     const quint16 port = requested >= 0 && requested <= 65535 ? quint16(requested) : DefaultFeedPort;
-    const bool bindAll = defaults.boolValue(BindAllKey);
+    const bool bindAll = defaults.boolValue(SettingKey::HttpBindAll);
     if (!enabled) {
         if (m_server) {
             qCInfo(lcHttp) << "page feed stopped";
@@ -106,8 +103,8 @@ void NetworkServices::applyServerSettings()
     }
     m_server = std::make_unique<HTTPServer>();
     m_server->setDelegate(m_feed.get());
-    const bool publishes = !defaults.stringValue(QStringLiteral("HTTPServer_serviceName")).isEmpty()
-                           && !defaults.stringValue(QStringLiteral("HTTPServer_serviceType")).isEmpty();
+    const bool publishes = !defaults.stringValue(SettingKey::HttpServiceName).isEmpty()
+                           && !defaults.stringValue(SettingKey::HttpServiceType).isEmpty();
     if (publishes)
         m_server->setDnsSd(&dnsSd());
     m_configuredPort = port;
@@ -144,15 +141,15 @@ QString NetworkServices::feedUrl() const
 QString NetworkServices::feedStatus() const
 {
     const UserDefaults& defaults = UserDefaults::standard();
-    if (!defaults.boolValue(EnabledKey))
-        return QStringLiteral("the page feed is off (turn it on with: quirepad defaults write %1 true)\n").arg(EnabledKey);
+    if (!defaults.boolValue(SettingKey::HttpEnabled))
+        return QStringLiteral("the page feed is off (turn it on with: quirepad defaults write %1 true)\n").arg(SettingKey::HttpEnabled);
     if (!isFeedServing())
         return QStringLiteral("the page feed is not serving: %1\n")
             .arg(m_serverProblem.isEmpty() ? QStringLiteral("not started yet") : m_serverProblem);
     QString text = QStringLiteral("%1\nindex: %2index.html\nfolder: %3\n")
                        .arg(feedUrl(), feedUrl(), m_feed->folder());
     if (!m_server->bindAll())
-        text += QStringLiteral("reachable from this computer only (set %1 to true to serve other devices)\n").arg(BindAllKey);
+        text += QStringLiteral("reachable from this computer only (set %1 to true to serve other devices)\n").arg(SettingKey::HttpBindAll);
     return text;
 }
 
@@ -160,13 +157,13 @@ QString NetworkServices::airPrintStatus() const
 {
     const UserDefaults& defaults = UserDefaults::standard();
     QString text;
-    const QString queue = defaults.stringValue(QStringLiteral("air_printer"));
+    const QString queue = defaults.stringValue(SettingKey::AirPrinter);
     text += QStringLiteral("queue: %1\n").arg(queue.isEmpty() ? QStringLiteral("not found") : queue);
     if (!m_advertiser) {
         text += QStringLiteral("published: no\nwhy: %1\n")
-                    .arg(defaults.boolValue(QStringLiteral("enable_airprinter"))
+                    .arg(defaults.boolValue(SettingKey::EnableAirPrinter)
                              ? QStringLiteral("the search starts two seconds after launch")
-                             : QStringLiteral("AirPrint is switched off (enable_airprinter)"));
+                             : QStringLiteral("AirPrint is switched off (%1)").arg(SettingKey::EnableAirPrinter));
         return text;
     }
     const QString name = m_advertiser->publishedName();
@@ -181,7 +178,7 @@ QString NetworkServices::airPrintStatus() const
 QString NetworkServices::airPrintSummary() const
 {
     if (!m_advertiser)
-        return UserDefaults::standard().boolValue(QStringLiteral("enable_airprinter"))
+        return UserDefaults::standard().boolValue(SettingKey::EnableAirPrinter)
                    ? QStringLiteral("Looking for the shared print queue\u2026")
                    : QStringLiteral("Off.");
     const QString name = m_advertiser->publishedName();
