@@ -4,6 +4,7 @@
 #include "DefaultsCommands.h"
 #include "DeliveryCommands.h"
 #include "DestinationCommands.h"
+#include "JobQueueCommands.h"
 #include "NetworkCommands.h"
 #include "PluginCommands.h"
 #include "QueueCommands.h"
@@ -16,6 +17,7 @@ void addAllCommands(CommandLine& commandLine, AppSession& session)
     addDefaultsCommands(commandLine, session);
     addDeliveryCommands(commandLine, session);
     addQueueCommands(commandLine, session);
+    addJobQueueCommands(commandLine, session);
     addPluginCommands(commandLine, session);
     addNetworkCommands(commandLine, session);
     addCaptureCommands(commandLine, session);

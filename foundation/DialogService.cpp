@@ -17,6 +17,16 @@ std::unique_ptr<DialogService>& currentInstance()
 
 DialogService::~DialogService() = default;
 
+void DialogService::post(const Notification& notification)
+{
+    notify(notification.title, notification.text, notification.revealPath);
+}
+
+void DialogService::withdraw(const QString& tag)
+{
+    Q_UNUSED(tag);
+}
+
 QString DialogService::messageFor(const Error& error)
 {
     if (!error.description.isEmpty())

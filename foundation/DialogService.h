@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/Error.h"
+#include "foundation/Notification.h"
 
 #include <QElapsedTimer>
 #include <QString>
@@ -45,6 +46,11 @@ public:
     // A passing desktop notification; revealPath (when not empty) is the file
     // shown in the file manager when the user activates it.
     virtual void notify(const QString& title, const QString& text, const QString& revealPath) = 0;
+    // A notification with actions, a tag or a progress; services that
+    // show none of that pass on its title, text and folder to notify().
+    virtual void post(const Notification& notification);
+    // Takes the notification posted under tag off the screen.
+    virtual void withdraw(const QString& tag);
 
     // The headline and the explanatory text an error is presented with.
     static QString messageFor(const Error& error);

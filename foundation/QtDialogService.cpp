@@ -136,6 +136,16 @@ void QtDialogService::notify(const QString& title, const QString& text, const QS
     m_notifier->notify(title, text, revealPath);
 }
 
+void QtDialogService::post(const Notification& notification)
+{
+    m_notifier->post(notification);
+}
+
+void QtDialogService::withdraw(const QString& tag)
+{
+    m_notifier->withdraw(tag);
+}
+
 QString QtDialogService::chooseSaveFile(const QString& suggestedPath)
 {
     return QFileDialog::getSaveFileName(nullptr, QString(), suggestedPath);

@@ -28,6 +28,8 @@ public:
     QString chooseSaveFile(const QString& suggestedPath) override;
     QStringList chooseOpenFiles(const QString& nameFilter) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
+    void post(const Notification& notification) override;
+    void withdraw(const QString& tag) override;
 
     // Object names of the prompt's widgets.
     static constexpr const char* PromptFieldName = "promptField";

@@ -82,7 +82,7 @@ void ScriptedDialogService::record(Interaction interaction)
 int ScriptedDialogService::alert(const QString& message, const QString& informative)
 {
     const int response = buttonAnswer(Kind::Alert);
-    record({ Kind::Alert, message, informative, okTitle(), QString(), QString(), QString(), response });
+    record({ Kind::Alert, message, informative, okTitle(), QString(), QString(), QString(), response, QString(), QStringList(), QString(), -1 });
     return response;
 }
 
@@ -90,7 +90,7 @@ int ScriptedDialogService::error(const quirepad::Error& error)
 {
     const int response = buttonAnswer(Kind::Error);
     record({ Kind::Error, messageFor(error), informativeFor(error), okTitle(), QString(), QString(), QString(),
-        response });
+        response, QString(), QStringList(), QString(), -1 });
     return response;
 }
 
@@ -108,7 +108,8 @@ bool ScriptedDialogService::question(
                                  << "does not fit a question - answering with the default button";
     }
     record(
-        { Kind::Question, message, informative, negativeTitle, affirmativeTitle, QString(), QString(), affirmative });
+        { Kind::Question, message, informative, negativeTitle, affirmativeTitle, QString(), QString(), affirmative,
+            QString(), QStringList(), QString(), -1 });
     return affirmative;
 }
 
@@ -128,7 +129,7 @@ QString ScriptedDialogService::prompt(const QString& message, const QString& inf
     // An empty field confirmed counts as no answer, like cancelling.
     const QString result = entered.isEmpty() ? QString() : entered;
     record({ Kind::Prompt, message, informative, confirmTitle, cancelTitle, initialValue, QString(),
-        result.isNull() ? QVariant() : QVariant(result) });
+        result.isNull() ? QVariant() : QVariant(result), QString(), QStringList(), QString(), -1 });
     return result;
 }
 
@@ -140,7 +141,7 @@ QString ScriptedDialogService::chooseSaveFile(const QString& suggestedPath)
     const QString chosen = scripted ? (answer.typeId() == QMetaType::QString ? answer.toString() : QString())
                                     : suggestedPath;
     record({ Kind::SavePanel, suggestedPath, QString(), QString(), QString(), suggestedPath, QString(),
-        chosen.isNull() ? QVariant() : QVariant(chosen) });
+        chosen.isNull() ? QVariant() : QVariant(chosen), QString(), QStringList(), QString(), -1 });
     return chosen;
 }
 
@@ -151,13 +152,41 @@ QStringList ScriptedDialogService::chooseOpenFiles(const QString& nameFilter)
     const QVariant answer = takeAnswer(&scripted);
     const QStringList chosen = scripted ? answer.toStringList() : QStringList();
     record({ Kind::OpenPanel, nameFilter, QString(), QString(), QString(), QString(), QString(),
-        chosen.isEmpty() ? QVariant() : QVariant(chosen) });
+        chosen.isEmpty() ? QVariant() : QVariant(chosen), QString(), QStringList(), QString(), -1 });
     return chosen;
 }
 
 void ScriptedDialogService::notify(const QString& title, const QString& text, const QString& revealPath)
 {
-    record({ Kind::Notification, title, text, QString(), QString(), QString(), revealPath, QVariant() });
+    record({ Kind::Notification, title, text, QString(), QString(), QString(), revealPath, QVariant(), QString(), QStringList(), QString(), -1 });
+}
+
+void ScriptedDialogService::post(const Notification& notification)
+{
+    record({ Kind::Notification, notification.title, notification.text, QString(), QString(), QString(),
+        notification.revealPath, QVariant(), notification.openPath, notification.actionLabels(), notification.tag,
+        notification.progress });
+    for (const Notification::Action& action : notification.actions)
+        m_actions.prepend(action);
+    if (m_actions.size() > kKeptInteractions)
+        m_actions.resize(kKeptInteractions);
+}
+
+void ScriptedDialogService::withdraw(const QString& tag)
+{
+    m_withdrawn << tag;
+}
+
+bool ScriptedDialogService::triggerAction(const QString& label)
+{
+    for (const Notification::Action& action : std::as_const(m_actions)) {
+        if (action.label == label && action.run) {
+            const auto run = action.run; // the callback may post again
+            run();
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace quirepad

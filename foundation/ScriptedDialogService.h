@@ -27,6 +27,12 @@ public:
         QString initialValue; // prompts
         QString revealPath; // notifications
         QVariant answer; // what was answered (invalid for notifications)
+        // Notifications: the file to open, the labels of the actions
+        // offered, the tag and the progress.
+        QString openPath;
+        QStringList actions;
+        QString tag;
+        int progress = -1;
     };
 
     ScriptedDialogService() = default;
@@ -52,6 +58,13 @@ public:
     QString chooseSaveFile(const QString& suggestedPath) override;
     QStringList chooseOpenFiles(const QString& nameFilter) override;
     void notify(const QString& title, const QString& text, const QString& revealPath) override;
+    void post(const Notification& notification) override;
+    void withdraw(const QString& tag) override;
+    // Runs the callback of the action with this label of the latest
+    // notification offering one, as a click on it would; false when none.
+    bool triggerAction(const QString& label);
+    // The tags withdrawn, in order.
+    const QStringList& withdrawn() const { return m_withdrawn; }
 
     static QString kindName(Kind kind);
 
@@ -63,6 +76,8 @@ private:
 
     QQueue<QVariant> m_answers;
     QList<Interaction> m_interactions;
+    QList<Notification::Action> m_actions; // of the recent notifications
+    QStringList m_withdrawn;
 };
 
 } // namespace quirepad

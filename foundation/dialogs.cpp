@@ -1,6 +1,7 @@
 #include "foundation/dialogs.h"
 
 #include "foundation/DialogService.h"
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
 
 #include <QApplication>
@@ -75,11 +76,26 @@ QString MYDisplayPrompt(const QString& text, const QString& initial, const QStri
 
 void MYDisplayNotification(const QString& title, const QString& text, const QString& revealPath)
 {
+    Notification notification;
+    notification.title = title;
+    notification.text = text;
+    notification.revealPath = revealPath;
+    MYDisplayNotification(notification);
+}
+
+void MYDisplayNotification(const Notification& notification)
+{
     DialogService& service = DialogService::current();
-    if (service.isRepeatedNotification(title, text)
-        || UserDefaults::standard().boolValue(QStringLiteral("disable_all_displaynotifications")))
+    if (UserDefaults::standard().boolValue(SettingKey::DisableNotifications))
         return;
-    service.notify(title, text, revealPath);
+    if (notification.tag.isEmpty() && service.isRepeatedNotification(notification.title, notification.text))
+        return;
+    service.post(notification);
+}
+
+void MYWithdrawNotification(const QString& tag)
+{
+    DialogService::current().withdraw(tag);
 }
 
 } // namespace quirepad

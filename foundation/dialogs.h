@@ -1,6 +1,7 @@
 #pragma once
 
 #include "foundation/Error.h"
+#include "foundation/Notification.h"
 
 #include <QString>
 
@@ -32,5 +33,10 @@ QString MYDisplayPrompt(const QString& text, const QString& initial, const QStri
 // notification is activated. The same title and text again within two
 // seconds of showing them is not shown again.
 void MYDisplayNotification(const QString& title, const QString& text, const QString& revealPath = {});
+// The same with actions; a tagged notification (a progress) replaces its
+// predecessor and is never held back as a repeat.
+void MYDisplayNotification(const Notification& notification);
+// Takes a tagged notification off the screen.
+void MYWithdrawNotification(const QString& tag);
 
 } // namespace quirepad

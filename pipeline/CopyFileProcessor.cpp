@@ -17,6 +17,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QUrl>
 
@@ -345,7 +346,19 @@ void CopyFileProcessor::fail(const QString& reason, bool tellUser)
 
 void CopyFileProcessor::notifySucessTitle(const QString& text, const QString& path)
 {
-    MYDisplayNotification(QStringLiteral("Quirepad"), text, path);
+    if (!notifies)
+        return;
+    const QString title = contextValue(context, "TITLE", QString());
+    Notification notification;
+    if (title.isEmpty())
+        notification.title = destinationLabel.isEmpty() ? QStringLiteral("Quirepad") : destinationLabel;
+    else
+        notification.title = destinationLabel.isEmpty() ? title : QStringLiteral("%1 \u2192 %2").arg(title, destinationLabel);
+    notification.text = text;
+    notification.revealPath = path;
+    if (!path.isEmpty() && QFileInfo(path).isFile())
+        notification.openPath = path;
+    MYDisplayNotification(notification);
 }
 
 } // namespace quirepad

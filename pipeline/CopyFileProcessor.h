@@ -28,6 +28,10 @@ public:
     QVariantMap config;
     QVariantMap context; // the job info: TITLE, USER, HOST, NAME, ...
     QString resultFile;
+    // The destination's name as the user knows it, for notifications.
+    QString destinationLabel;
+    // Off in a long batch, whose progress tells the user instead.
+    bool notifies = true;
 
     void setContext(const QVariantMap& jobInfo) { context = jobInfo; }
 
@@ -60,6 +64,9 @@ public:
     virtual bool processFile(const QString& path);
     // False only when the user cancelled the save panel.
     virtual bool copyTempFile(const QString& source, const QString& target);
+    // Tells the user the document went out: the headline text with the
+    // document's title and the destination; a written file can be opened
+    // or shown in its folder from the notification.
     void notifySucessTitle(const QString& text, const QString& path);
 
     // Places whose files do not last (the private temporary area, the

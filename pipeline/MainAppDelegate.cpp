@@ -25,6 +25,7 @@
 #include "foundation/runloop.h"
 
 #include <QElapsedTimer>
+#include <QPointer>
 #include <QScopeGuard>
 
 #include <QCursor>
@@ -116,8 +117,8 @@ void MainAppDelegate::applicationDidFinishLaunching()
     m_workflows.refreshPluginList();
     if (!m_inAgentMode)
         MYDisplayNotification(QStringLiteral("Quirepad ready"),
-                              QStringLiteral("The application is running in the background, relaunch by double "
-                                             "clicking the app to show its preferences"));
+                              tr("Documents printed to Quirepad are delivered from now on. Its queue and "
+                                 "preferences are in its menu, or run “quirepad preferences”."));
     startWatchingSpool();
     // Jobs left from before (kept after a failure, or printed while the
     // program was not running) are taken now rather than at the next print.
@@ -242,11 +243,13 @@ void MainAppDelegate::processAllFiles()
     // Remote jobs first, then the local ones in the same scan: a remote job
     // that stays (its delivery failed) never holds the local ones back.
     if (!jobs.remote.isEmpty()) {
-        MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files printed remotely"));
+        if (jobs.remote.size() < kProgressFrom)
+            MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files printed remotely"));
         processPDFFiles(jobs.remote, defaults.stringValue(QStringLiteral("remote_destination_name")));
     }
     if (!jobs.local.isEmpty()) {
-        MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files"));
+        if (jobs.local.size() < kProgressFrom)
+            MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files"));
         processPDFFiles(jobs.local, defaults.stringValue(QStringLiteral("destination_name")));
     }
     if (m_rerunTimer > 0 && m_rerunTimer < 10) {
@@ -304,19 +307,78 @@ void MainAppDelegate::setCurrentFileInfo(const QVariantMap& info)
     emit currentFileInfoChanged(info);
 }
 
-bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& destination)
+QString MainAppDelegate::destinationLabel(const QString& name)
+{
+    ManagedObjectContext* context = managedObjectContext();
+    if (!context || name.isEmpty())
+        return name;
+    for (DestinationItem* item : __get_all_entities(QStringLiteral("Destination"), *context))
+        if (item->recid() == name || item->name() == name)
+            return item->name();
+    return name;
+}
+
+void MainAppDelegate::notifyBatchProgress(int number, int total, const QString& title)
+{
+    emit batchProgress(number, total, title);
+    Notification notification;
+    notification.tag = QStringLiteral("batch");
+    notification.title = tr("Delivering %1 of %2").arg(number).arg(total);
+    notification.text = title;
+    notification.progress = total > 0 ? (number - 1) * 100 / total : 0;
+    const QPointer<MainAppDelegate> self(this);
+    notification.actions << Notification::Action{QStringLiteral("stop"), tr("Stop"), [self] {
+                                                     if (self)
+                                                         self->stopProcessing();
+                                                 }};
+    MYDisplayNotification(notification);
+}
+
+void MainAppDelegate::notifyBatchEnd(int total, int delivered, const QStringList& folders)
+{
+    // The progress gives way to one summary in its place.
+    Notification notification;
+    notification.tag = QStringLiteral("batch");
+    notification.title = tr("%1 of %2 documents delivered").arg(delivered).arg(total);
+    const int kept = total - delivered;
+    if (kept > 0) {
+        notification.text = tr("%n document(s) wait in the queue.", nullptr, kept);
+        const QPointer<MainAppDelegate> self(this);
+        notification.actions << Notification::Action{QStringLiteral("queue"), tr("Show Queue"), [self] {
+                                                         if (self)
+                                                             emit self->queueRequested();
+                                                     }};
+    }
+    if (folders.size() == 1)
+        notification.revealPath = folders.first();
+    MYDisplayNotification(notification);
+}
+
+bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& destination, bool overriding)
 {
     if (paths.isEmpty())
         return false;
     if (m_running) {
         // A batch is under way (this call came from a wait inside it, such
         // as the destination panel): these files follow when it is done.
-        m_followingBatches.append({paths, destination});
+        m_followingBatches.append({paths, destination, overriding});
         return true;
     }
     m_workflows.refreshPluginList();
     m_running = true;
+    m_batchPaths = paths;
     emit runningChanged(true);
+    // A long batch tells its progress in one notification, not each job.
+    const bool showsProgress = paths.size() >= kProgressFrom;
+    int number = 0;
+    int deliveredCount = 0;
+    QStringList deliveredFolders;
+    const auto endBatch = qScopeGuard([&] {
+        m_batchPaths.clear();
+        m_asking = false;
+        if (showsProgress)
+            notifyBatchEnd(int(paths.size()), deliveredCount, deliveredFolders);
+    });
 
     ManagedObjectContext* context = managedObjectContext();
     // The batch keeps its folder, whatever a scan in one of its waits opens.
@@ -371,12 +433,20 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
             jobInfo.insert(QStringLiteral("TITLE"), title);
         }
         setCurrentFileInfo(fileInfo);
+        ++number;
+        if (showsProgress)
+            notifyBatchProgress(number, int(paths.size()), fileInfo.value(QStringLiteral("title")).toString());
 
-        std::unique_ptr<CopyFileProcessor> processor = context ? copyProcessorForName(*context, name) : nullptr;
+        // The destination the job names, unless the batch's is to go first.
+        QString used = overriding && !batchDestination.isEmpty() ? QString() : name;
+        std::unique_ptr<CopyFileProcessor> processor = context ? copyProcessorForName(*context, used) : nullptr;
         bool cancelled = false;
         if (!processor) {
             if (batchDestination.isEmpty() && !nobodyToAsk) {
+                m_asking = true;
+                emit currentFileInfoChanged(m_currentFileInfo); // the queue shows the question
                 const DestinationChooser::Answer answer = m_chooser->chooseDestination();
+                m_asking = false;
                 if (answer.outcome == DestinationChooser::Outcome::Chosen)
                     batchDestination = answer.name; // asked once per batch
                 else if (answer.outcome == DestinationChooser::Outcome::Cancelled)
@@ -384,12 +454,19 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
                 else
                     nobodyToAsk = true;
             }
-            if (!batchDestination.isEmpty() && context)
+            if (!batchDestination.isEmpty() && context) {
                 processor = copyProcessorForName(*context, batchDestination);
+                used = batchDestination;
+            }
         }
         // A reader's volume scan gives up when the batch is stopped.
         if (auto* reader = dynamic_cast<ReaderProcessor*>(processor.get()))
             reader->setRunningCheck([this] { return is_running(); });
+        if (processor) {
+            processor->notifies = !showsProgress;
+            if (processor->notifies)
+                processor->destinationLabel = destinationLabel(used);
+        }
 
         if (job && processor) {
             // A plain copy reads the job through its descriptor; anything
@@ -429,9 +506,17 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
         }
         const QString title = fileInfo.value(QStringLiteral("title")).toString();
         if (!remove)
-            keep(path, title, keptBecause.isEmpty() ? QStringLiteral("it could not be delivered") : keptBecause);
+            keep(path, title, keptBecause.isEmpty() ? QStringLiteral("it could not be delivered") : keptBecause,
+                 !showsProgress);
         else
             m_keptJobs.remove(path);
+        if (cancelled) {
+            MYDisplayNotification(tr("Print job discarded"), tr("“%1” was not delivered and has left the queue.").arg(title));
+        } else if (remove && processor) {
+            ++deliveredCount;
+            if (!processor->resultFile.isEmpty() && !deliveredFolders.contains(path_dirname(processor->resultFile)))
+                deliveredFolders << path_dirname(processor->resultFile);
+        }
         const bool removed = remove && job.has_value();
         // A moved job left the spool as it was delivered.
         if (removed && !(processor && processor->sourceMoved()))
@@ -446,7 +531,7 @@ bool MainAppDelegate::processPDFFiles(const QStringList& paths, const QString& d
     emit runningChanged(false);
     if (!m_followingBatches.isEmpty()) {
         const Batch next = m_followingBatches.takeFirst();
-        schedule(0, [this, next] { processPDFFiles(next.paths, next.destination); });
+        schedule(0, [this, next] { processPDFFiles(next.paths, next.destination, next.overriding); });
     } else if (m_scanMissed) {
         // A print arrived while the batch ran: look at the spool again now.
         m_scanMissed = false;
@@ -468,16 +553,24 @@ void MainAppDelegate::waitForPurge()
         m_purge.get();
 }
 
-void MainAppDelegate::keep(const QString& path, const QString& title, const QString& reason)
+void MainAppDelegate::keep(const QString& path, const QString& title, const QString& reason, bool tell)
 {
     qCWarning(lcSpool).noquote() << path << "stays in the queue:" << reason;
     const bool toldAlready = m_keptJobs.value(path).reason == reason;
-    m_keptJobs.insert(path, KeptJob{title, reason});
+    m_keptJobs.insert(path, KeptJob{title, reason, path});
     emit jobKept(path, title, reason);
     // Told once per job and reason, not at every rescan.
-    if (!toldAlready)
-        MYDisplayNotification(QStringLiteral("Quirepad"),
-                              QStringLiteral("“%1” waits in the print queue: %2").arg(title, reason));
+    if (toldAlready || !tell)
+        return;
+    Notification notification;
+    notification.title = tr("Not delivered: %1").arg(title);
+    notification.text = QStringLiteral("“%1” waits in the print queue: %2").arg(title, reason);
+    const QPointer<MainAppDelegate> self(this);
+    notification.actions << Notification::Action{QStringLiteral("queue"), tr("Show Queue"), [self] {
+                                                     if (self)
+                                                         emit self->queueRequested();
+                                                 }};
+    MYDisplayNotification(notification);
 }
 
 QList<MainAppDelegate::KeptJob> MainAppDelegate::keptJobs() const

@@ -60,7 +60,20 @@ public:
         int count() const { return int(remote.size() + local.size()); }
     };
     SpoolJobs waitingJobs() const;
-    bool processPDFFiles(const QStringList& paths, const QString& destination = QString());
+    // Delivers the files: each to the destination its job names, else to
+    // destination (or the one chosen). With overriding, destination goes
+    // before what the jobs name.
+    bool processPDFFiles(const QStringList& paths, const QString& destination = QString(), bool overriding = false);
+    // Whether the console session counts as active (remote jobs are taken).
+    bool consoleSessionActive() const { return m_sessionActive(); }
+    // The running batch's files, and whether the user is being asked where
+    // the current one goes.
+    QStringList batchPaths() const { return m_batchPaths; }
+    bool isAsking() const { return m_asking; }
+    // Batches of more than this many jobs show their progress.
+    static constexpr int kProgressFrom = 4;
+    // The destination's name as shown to the user (recid or name given).
+    QString destinationLabel(const QString& name);
 
     void retryAgrain();
     void clearQueue();
@@ -88,6 +101,7 @@ public:
     struct KeptJob {
         QString title;
         QString reason;
+        QString path;
     };
     QList<KeptJob> keptJobs() const;
     static constexpr double kSafetyRescanSeconds = 60.0;
@@ -99,10 +113,14 @@ signals:
     void jobFinished(const QString& path, bool removedFromSpool);
     // A job stays in the spool, and why (a sentence for the user).
     void jobKept(const QString& path, const QString& title, const QString& reason);
+    // A long batch moved on: delivering job number (from 1) of total.
+    void batchProgress(int number, int total, const QString& title);
+    // The user asked (from a notification) to see the queue.
+    void queueRequested();
 
 private:
     bool isSpoolJob(const QString& path) const;
-    void keep(const QString& path, const QString& title, const QString& reason);
+    void keep(const QString& path, const QString& title, const QString& reason, bool tell = true);
     void purgeLater(const std::shared_ptr<SpoolFolder>& folder);
     void forgetKeptJobsNotIn(const SpoolJobs& jobs);
     void removeStalePartialFiles();
@@ -113,7 +131,10 @@ private:
     struct Batch {
         QStringList paths;
         QString destination;
+        bool overriding = false;
     };
+    void notifyBatchProgress(int number, int total, const QString& title);
+    void notifyBatchEnd(int total, int delivered, const QStringList& folders);
 
     std::unique_ptr<DestinationChooser> m_chooser;
     QList<Batch> m_followingBatches; // files that arrived during a batch
@@ -133,6 +154,8 @@ private:
     QTimer m_safetyRescan;
     QTimer m_scanSoon;
     QTimer m_noNap;
+    QStringList m_batchPaths;
+    bool m_asking = false;
     bool m_scanMissed = false;
     bool m_running = false;
     bool m_inAgentMode = false;

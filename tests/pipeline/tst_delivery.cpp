@@ -319,7 +319,7 @@ private slots:
         QTest::addColumn<QString>("detail"); // in its informative text
         QTest::newRow("two results")
             << QByteArray("#!/bin/sh\necho \"$QUIREPAD_OUTPUT_DIR/first.png\"\necho /elsewhere/second.png\n")
-            << true << "notification: Quirepad" << "Workflow %1finished";
+            << true << "notification: Plugged" << "Workflow %1finished";
         QTest::newRow("failing") << QByteArray("#!/bin/sh\necho 'cannot read the page' >&2\nexit 3\n") << false
                                  << "error: The document could not be delivered." << "cannot read the page";
         QTest::newRow("not executable") << QByteArray("#!/bin/sh\necho x\n") << false
