@@ -1,217 +1,139 @@
 #include "ui/PreferencesWindow.h"
 
 #include "foundation/UserDefaults.h"
-#include "foundation/dialogs.h"
-#include "store/DestinationItem.h"
-#include "store/DestinationTemplates.h"
 #include "store/MainAppDelegateBase.h"
-#include "ui/DestinationTableModel.h"
-#include "ui/NetworkSettingsBox.h"
+#include "ui/DestinationForm.h"
+#include "ui/DestinationsPage.h"
+#include "ui/GeneralSettingsPage.h"
+#include "ui/SettingsFileWatcher.h"
 
-#include <QCheckBox>
-#include <QComboBox>
-#include <QFormLayout>
+#include <QCloseEvent>
 #include <QHBoxLayout>
-#include <QHeaderView>
 #include <QLabel>
-#include <QMenu>
+#include <QListWidget>
 #include <QPushButton>
-#include <QSpinBox>
-#include <QTableView>
+#include <QScrollArea>
+#include <QStackedWidget>
 #include <QVBoxLayout>
 
 namespace quirepad {
-
-namespace {
-
-const QString kFollowMouse = QStringLiteral("follow_mouse");
-const QString kShowTray = QStringLiteral("show_menubar_icon");
-const QString kMaxcount = QStringLiteral("maxcount");
-const QString kDestinationName = QStringLiteral("destination_name");
-
-} // namespace
 
 PreferencesWindow::PreferencesWindow(MainAppDelegateBase& delegate, QWidget* parent)
     : QWidget(parent, Qt::Window)
     , m_delegate(delegate)
 {
     setWindowTitle(tr("Quirepad Preferences"));
-    resize(860, 440);
-    auto* layout = new QVBoxLayout(this);
+    resize(920, 640);
+    auto* layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
 
-    ManagedObjectContext* context = m_delegate.managedObjectContext();
-    if (!context) {
-        layout->addWidget(new QLabel(tr("The destinations cannot be shown: the store could not be opened."), this));
-        return;
-    }
-
-    m_model = new DestinationTableModel(*context, this);
-    m_table = new QTableView(this);
-    m_table->setModel(m_model);
-    m_table->setSelectionBehavior(QAbstractItemView::SelectRows);
-    m_table->setSelectionMode(QAbstractItemView::SingleSelection);
-    m_table->verticalHeader()->hide();
-    m_table->horizontalHeader()->setStretchLastSection(true);
-    m_table->horizontalHeader()->setSectionResizeMode(DestinationTableModel::Target, QHeaderView::Stretch);
-    m_table->setIconSize(QSize(20, 20));
-    layout->addWidget(m_table, 1);
-    connect(m_model, &DestinationTableModel::edited, this, [this] { save(); });
-    connect(m_model, &QAbstractItemModel::modelReset, this, [this] {
-        updateButtons();
-        readSettings();
-    });
-    connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] { updateButtons(); });
-
-    auto* buttons = new QHBoxLayout;
-    auto* add = new QPushButton(tr("Add"), this);
-    auto* addMenu = new QMenu(add);
-    for (const QString& letter : {QStringLiteral("F"), QStringLiteral("O"), QStringLiteral("X")}) {
-        addMenu->addAction(DestinationTableModel::typeTitle(letter), this, [this, letter] {
-            const QString name = MYDisplayPrompt(QStringLiteral("Create new destination with name:\n"), QString(),
-                                                 QStringLiteral("Create"), QStringLiteral("Cancel"));
-            addDestination(letter, name);
-        });
-    }
-    add->setMenu(addMenu);
-    m_remove = new QPushButton(tr("Remove"), this);
-    connect(m_remove, &QPushButton::clicked, this, [this] { removeSelected(); });
-    buttons->addWidget(add);
-    buttons->addWidget(m_remove);
-    buttons->addStretch(1);
-    m_plugins = new QPushButton(tr("Plugins…"), this);
-    m_filters = new QPushButton(tr("Filters…"), this);
+    // The sections on the side, with the workflow windows below them.
+    auto* side = new QWidget(this);
+    side->setAutoFillBackground(true);
+    side->setBackgroundRole(QPalette::AlternateBase);
+    auto* sideLayout = new QVBoxLayout(side);
+    sideLayout->setContentsMargins(8, 12, 8, 12);
+    m_sections = new QListWidget(side);
+    m_sections->setFrameShape(QFrame::NoFrame);
+    m_sections->setIconSize(QSize(22, 22));
+    m_sections->setSpacing(3);
+    m_sections->viewport()->setAutoFillBackground(false);
+    m_sections->setFixedWidth(170);
+    m_sections->addItem(new QListWidgetItem(QIcon::fromTheme(QStringLiteral("printer")), tr("Destinations")));
+    m_sections->addItem(new QListWidgetItem(QIcon::fromTheme(QStringLiteral("preferences-system")), tr("General")));
+    sideLayout->addWidget(m_sections, 1);
+    m_plugins = new QPushButton(tr("Plugins\u2026"), side);
+    m_filters = new QPushButton(tr("Filters\u2026"), side);
+    sideLayout->addWidget(m_plugins);
+    sideLayout->addWidget(m_filters);
+    layout->addWidget(side);
     connect(m_plugins, &QPushButton::clicked, this, &PreferencesWindow::pluginsRequested);
     connect(m_filters, &QPushButton::clicked, this, &PreferencesWindow::filtersRequested);
-    buttons->addWidget(m_plugins);
-    buttons->addWidget(m_filters);
-    layout->addLayout(buttons);
 
-    auto* settings = new QWidget(this);
-    buildSettings(*settings);
-    layout->addWidget(settings);
-    m_network = new NetworkSettingsBox(this);
-    connect(m_network, &NetworkSettingsBox::settingsChanged, this, &PreferencesWindow::settingsChanged);
-    layout->addWidget(m_network);
-    readSettings();
-    updateButtons();
+    m_pages = new QStackedWidget(this);
+    layout->addWidget(m_pages, 1);
+    ManagedObjectContext* context = m_delegate.managedObjectContext();
+    if (!context) {
+        auto* broken = new QLabel(tr("The destinations cannot be shown: the store could not be opened."), m_pages);
+        broken->setAlignment(Qt::AlignCenter);
+        m_pages->addWidget(broken);
+        m_sections->setEnabled(false);
+        return;
+    }
+    m_destinations = new DestinationsPage(m_delegate, *context, m_pages);
+    m_pages->addWidget(m_destinations);
+    auto* generalScroll = new QScrollArea(m_pages);
+    generalScroll->setWidgetResizable(true);
+    generalScroll->setFrameShape(QFrame::NoFrame);
+    m_general = new GeneralSettingsPage(*m_destinations->model(), generalScroll);
+    generalScroll->setWidget(m_general);
+    m_pages->addWidget(generalScroll);
+    connect(m_sections, &QListWidget::currentRowChanged, m_pages, &QStackedWidget::setCurrentIndex);
+    m_sections->setCurrentRow(Destinations);
+
+    connect(m_destinations, &DestinationsPage::destinationsChanged, this, &PreferencesWindow::settingsChanged);
+    connect(m_general, &GeneralSettingsPage::settingsChanged, this, &PreferencesWindow::settingsChanged);
+    m_watcher = new SettingsFileWatcher(UserDefaults::standard().fileName(), this);
+    connect(m_watcher, &SettingsFileWatcher::changed, this, &PreferencesWindow::settingsFileChanged);
 }
 
 PreferencesWindow::~PreferencesWindow() = default;
 
-void PreferencesWindow::buildSettings(QWidget& page)
+DestinationListModel* PreferencesWindow::model() const
 {
-    auto* form = new QFormLayout(&page);
-    form->setContentsMargins(0, 8, 0, 0);
-    m_defaultDestination = new QComboBox(&page);
-    form->addRow(tr("Printed jobs go to:"), m_defaultDestination);
-    m_maxcount = new QSpinBox(&page);
-    m_maxcount->setRange(1, 20);
-    form->addRow(tr("Destinations per row in the panel:"), m_maxcount);
-    m_followMouse = new QCheckBox(tr("Open the panel at the mouse pointer"), &page);
-    form->addRow(QString(), m_followMouse);
-    m_showTray = new QCheckBox(tr("Show the Quirepad icon in the tray"), &page);
-    form->addRow(QString(), m_showTray);
-
-    connect(m_defaultDestination, &QComboBox::activated, this, [this] {
-        UserDefaults::standard().setValue(kDestinationName, m_defaultDestination->currentData().toString());
-        emit settingsChanged();
-    });
-    connect(m_maxcount, &QSpinBox::valueChanged, this, [this](int value) {
-        UserDefaults& defaults = UserDefaults::standard();
-        if (defaults.integerValue(kMaxcount) == value)
-            return;
-        defaults.setValue(kMaxcount, value);
-        emit settingsChanged();
-    });
-    connect(m_followMouse, &QCheckBox::toggled, this, [this](bool on) {
-        UserDefaults::standard().setValue(kFollowMouse, on);
-        emit settingsChanged();
-    });
-    connect(m_showTray, &QCheckBox::toggled, this, [this](bool on) {
-        UserDefaults::standard().setValue(kShowTray, on);
-        emit settingsChanged();
-    });
+    return m_destinations ? m_destinations->model() : nullptr;
 }
 
-void PreferencesWindow::readSettings()
+NetworkSettingsBox* PreferencesWindow::networkBox() const
 {
-    if (!m_model)
-        return;
-    const UserDefaults& defaults = UserDefaults::standard();
-    m_network->readSettings();
-    const QSignalBlocker blockMax(m_maxcount), blockFollow(m_followMouse), blockTray(m_showTray);
-    m_maxcount->setValue(int(defaults.integerValue(kMaxcount)));
-    m_followMouse->setChecked(defaults.boolValue(kFollowMouse));
-    m_showTray->setChecked(defaults.boolValue(kShowTray));
+    return m_general ? m_general->networkBox() : nullptr;
+}
 
-    const QString current = defaults.stringValue(kDestinationName);
-    m_defaultDestination->clear();
-    m_defaultDestination->addItem(tr("Ask every time"), QString());
-    for (int row = 0; row < m_model->rowCount(); ++row) {
-        const QString name = m_model->itemAt(row)->name();
-        m_defaultDestination->addItem(name, name);
-    }
-    const int index = m_defaultDestination->findData(current);
-    if (index < 0 && !current.isEmpty())
-        m_defaultDestination->addItem(tr("%1 (missing)").arg(current), current);
-    m_defaultDestination->setCurrentIndex(index < 0 ? (current.isEmpty() ? 0 : m_defaultDestination->count() - 1) : index);
+void PreferencesWindow::showPage(Page page)
+{
+    if (m_sections->isEnabled())
+        m_sections->setCurrentRow(page);
+}
+
+void PreferencesWindow::settingsFileChanged()
+{
+    // Written by another process (`quirepad defaults write`) or by us.
+    UserDefaults::standard().sync();
+    if (m_general)
+        m_general->readSettings();
+    emit settingsChanged();
 }
 
 void PreferencesWindow::present()
 {
-    if (m_model)
-        m_model->reload();
+    if (m_general)
+        m_general->readSettings();
     show();
     raise();
     activateWindow();
 }
 
-int PreferencesWindow::addDestination(const QString& typeLetter, const QString& name)
+bool PreferencesWindow::event(QEvent* event)
 {
-    ManagedObjectContext* context = m_delegate.managedObjectContext();
-    if (!m_model || !context)
-        return -1;
-    DestinationItem* item = DestinationTemplates(*context).createDestination(typeLetter, name);
-    if (!item)
-        return -1;
-    save();
-    m_model->reload();
-    const int row = m_model->rowOf(item);
-    if (row >= 0)
-        m_table->selectRow(row);
-    return row;
+    // Coming back to the window: what changed meanwhile is shown.
+    if (event->type() == QEvent::WindowActivate && m_general) {
+        UserDefaults::standard().sync();
+        m_general->readSettings();
+        m_general->refreshDriverState();
+    }
+    return QWidget::event(event);
 }
 
-bool PreferencesWindow::removeSelected()
+void PreferencesWindow::closeEvent(QCloseEvent* event)
 {
-    ManagedObjectContext* context = m_delegate.managedObjectContext();
-    if (!m_model || !context)
-        return false;
-    const QModelIndexList rows = m_table->selectionModel()->selectedRows();
-    DestinationItem* item = rows.isEmpty() ? nullptr : m_model->itemAt(rows.first().row());
-    if (!item || item->boolForKey(QStringLiteral("is_system")))
-        return false;
-    if (!MYDisplayQuestion(QStringLiteral("Remove the destination \"%1\"?").arg(item->name()), QStringLiteral("Remove"),
-                           QStringLiteral("Cancel")))
-        return false;
-    context->deleteObject(item);
-    save();
-    m_model->reload();
-    return true;
-}
-
-void PreferencesWindow::updateButtons()
-{
-    if (!m_model)
+    if (m_destinations && !m_destinations->mayLeaveCurrent()) {
+        event->ignore();
         return;
-    const QModelIndexList rows = m_table->selectionModel()->selectedRows();
-    const DestinationItem* item = rows.isEmpty() ? nullptr : m_model->itemAt(rows.first().row());
-    m_remove->setEnabled(item && !item->boolForKey(QStringLiteral("is_system")));
-}
-
-void PreferencesWindow::save()
-{
-    m_delegate.saveAction();
+    }
+    if (m_destinations)
+        m_destinations->form()->reload(); // what was discarded goes from the fields
+    QWidget::closeEvent(event);
 }
 
 } // namespace quirepad

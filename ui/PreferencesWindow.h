@@ -2,43 +2,42 @@
 
 #include <QWidget>
 
-class QCheckBox;
-class QComboBox;
+class QListWidget;
 class QPushButton;
-class QSpinBox;
-class QTableView;
+class QStackedWidget;
 
 namespace quirepad {
 
-class DestinationTableModel;
+class DestinationListModel;
+class DestinationsPage;
+class GeneralSettingsPage;
 class MainAppDelegateBase;
 class NetworkSettingsBox;
+class SettingsFileWatcher;
 
-// The preferences: the destinations with their editable fields, adding
-// and removing them, and the settings of the panel and the tray. Every
-// change is saved at once.
+// The preferences: a page of destinations (list and form) and a page of
+// general settings, chosen on the side. Every change is saved at once;
+// changes made meanwhile by the command line show up while it is open.
 class PreferencesWindow : public QWidget
 {
     Q_OBJECT
 
 public:
+    enum Page { Destinations, General };
+
     explicit PreferencesWindow(MainAppDelegateBase& delegate, QWidget* parent = nullptr);
     ~PreferencesWindow() override;
 
     // Raises the window, reading the records and settings again.
     void present();
+    void showPage(Page page);
 
-    QTableView* table() const { return m_table; }
-    DestinationTableModel* model() const { return m_model; }
-    QPushButton* removeButton() const { return m_remove; }
+    DestinationsPage* destinationsPage() const { return m_destinations; }
+    GeneralSettingsPage* generalPage() const { return m_general; }
+    DestinationListModel* model() const;
     QPushButton* pluginsButton() const { return m_plugins; }
     QPushButton* filtersButton() const { return m_filters; }
-    NetworkSettingsBox* networkBox() const { return m_network; }
-
-    // Adds a destination of a type letter under a name; answers its row.
-    int addDestination(const QString& typeLetter, const QString& name);
-    // Removes the selected destination after asking; built-ins stay.
-    bool removeSelected();
+    NetworkSettingsBox* networkBox() const;
 
 signals:
     // A setting that the tray or the panel reads has changed.
@@ -47,23 +46,21 @@ signals:
     void pluginsRequested();
     void filtersRequested();
 
+protected:
+    bool event(QEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
 private:
-    void buildSettings(QWidget& page);
-    void readSettings();
-    void updateButtons();
-    void save();
+    void settingsFileChanged();
 
     MainAppDelegateBase& m_delegate;
-    DestinationTableModel* m_model = nullptr; // child
-    QTableView* m_table = nullptr;            // child
-    QPushButton* m_remove = nullptr;          // child
-    QPushButton* m_plugins = nullptr;         // child
-    QPushButton* m_filters = nullptr;         // child
-    QCheckBox* m_followMouse = nullptr;
-    QCheckBox* m_showTray = nullptr;
-    QSpinBox* m_maxcount = nullptr;
-    QComboBox* m_defaultDestination = nullptr;
-    NetworkSettingsBox* m_network = nullptr; // child
+    QListWidget* m_sections = nullptr;
+    QStackedWidget* m_pages = nullptr;
+    DestinationsPage* m_destinations = nullptr;
+    GeneralSettingsPage* m_general = nullptr;
+    SettingsFileWatcher* m_watcher = nullptr;
+    QPushButton* m_plugins = nullptr;
+    QPushButton* m_filters = nullptr;
 };
 
 } // namespace quirepad

@@ -7,7 +7,10 @@
 #include "network/NetworkServices.h"
 #include "ui/ApplicationShell.h"
 #include "ui/DestinationPanelView.h"
-#include "ui/DestinationTableModel.h"
+#include "ui/DestinationListModel.h"
+#include "ui/DestinationForm.h"
+#include "ui/DestinationsPage.h"
+#include "ui/GeneralSettingsPage.h"
 #include "ui/NetworkSettingsBox.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusMenu.h"
@@ -16,6 +19,7 @@
 #include <QAction>
 #include <QCheckBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QDir>
@@ -192,7 +196,7 @@ private slots:
     void trayMenuOffersDestinationsAndCommands()
     {
         QCOMPARE(menuTexts(), (QStringList{"Idle", "Open in Preview", "Copy to Desktop", "Process PDF Files…",
-                                           "Take Screenshot", "Print Web Page…", "Retry", "Stop", "Clear Queue",
+                                           "Take Screenshot", "Print Web Page…", "Queue…", "Retry", "Stop", "Clear Queue",
                                            "Install Print Driver…", "Preferences…", "Plugins…", "Filters…",
                                            "Quit"}));
         QVERIFY(!menuAction("Stop")->isEnabled()); // nothing to stop
@@ -249,35 +253,42 @@ private slots:
         m_shell->showPreferences();
         PreferencesWindow* window = m_shell->preferencesWindow();
         QVERIFY(window && window->isVisible());
-        DestinationTableModel* model = window->model();
-        QCOMPARE(model->rowCount(), 2);
+        DestinationsPage* page = window->destinationsPage();
+        QCOMPARE(window->model()->rowCount(), 2);
 
-        // Added: saved, in the tray menu and in the panel.
-        const int row = window->addDestination("F", "Scans");
-        QVERIFY(row >= 0);
+        // Added through the Add menu: saved, in the tray menu and in the panel.
+        QAction* folder = page->addButton()->menu()->actions().value(0);
+        QCOMPARE(folder->text(), QStringLiteral("Copy to folder"));
+        folder->trigger();
+        QCOMPARE(window->model()->rowCount(), 3);
         QVERIFY(!m_fx.context().hasChanges());
         emit m_shell->statusMenu().menu()->aboutToShow(); // the menu reads the store when it opens
-        QVERIFY(menuTexts().contains("Scans"));
-        QVERIFY(panelTitles().contains("Scans"));
+        QVERIFY(menuTexts().contains("Copy to folder"));
 
-        // Renamed and taken out of the menu through the table.
-        QVERIFY(model->setData(model->index(row, DestinationTableModel::Name), "Scanned", Qt::EditRole));
-        QVERIFY(!model->setData(model->index(row, DestinationTableModel::Name), "  ", Qt::EditRole));
+        // Renamed and taken out of the menu through the form.
+        QLineEdit* name = page->form()->lineEdit(DestinationForm::Name);
+        name->selectAll();
+        QTest::keyClicks(name, "Scanned");
         QVERIFY(!m_fx.context().hasChanges());
         QCOMPARE(panelTitles(), (QStringList{"Scanned", "Open in Preview", "Copy to Desktop"}));
-        QVERIFY(model->setData(model->index(row, DestinationTableModel::InMenu), Qt::Unchecked, Qt::CheckStateRole));
+        QCheckBox* inMenu = nullptr;
+        for (QCheckBox* box : page->form()->findChildren<QCheckBox*>())
+            if (box->text().contains("panel"))
+                inMenu = box;
+        QVERIFY(inMenu && inMenu->isChecked());
+        inMenu->click();
         QCOMPARE(panelTitles(), (QStringList{"Open in Preview", "Copy to Desktop"}));
 
-        // The built-in Copy to Desktop cannot be removed; the new one can.
-        const int builtin = model->rowOf(m_fx.context().firstEntity("Destination", Predicate::equals("recid", "copy_to_desktop")));
-        window->table()->selectRow(builtin);
-        QVERIFY(!window->removeButton()->isEnabled());
-        QVERIFY(!window->removeSelected());
-        window->table()->selectRow(model->rowOf(model->itemAt(row)));
-        QVERIFY(window->removeButton()->isEnabled());
+        // The built-in Copy to Desktop is not removed, and the user is told why.
+        page->select(m_fx.context().firstEntity("Destination", Predicate::equals("recid", "copy_to_desktop")));
+        m_fx.dialogs->clearInteractions();
+        page->removeButton()->click();
+        QCOMPARE(window->model()->rowCount(), 3);
+        QVERIFY(m_fx.dialogs->interactions().value(0).message.contains("built in"));
+        page->select(m_fx.context().firstEntity("Destination", Predicate::equals("name", "Scanned")));
         m_fx.dialogs->enqueueAnswer(true);
-        QVERIFY(window->removeSelected());
-        QCOMPARE(model->rowCount(), 2);
+        page->removeButton()->click();
+        QCOMPARE(window->model()->rowCount(), 2);
         QVERIFY(!m_fx.context().hasChanges());
     }
 
@@ -307,11 +318,8 @@ private slots:
         PreferencesWindow* window = m_shell->preferencesWindow();
         QSystemTrayIcon* tray = m_shell->statusMenu().trayIcon();
         QVERIFY(tray->isVisible());
-        QCheckBox* showTray = nullptr;
-        for (QCheckBox* box : window->findChildren<QCheckBox*>())
-            if (box->text().contains("tray"))
-                showTray = box;
-        QVERIFY(showTray && showTray->isChecked());
+        QCheckBox* showTray = window->generalPage()->trayIconSwitch();
+        QVERIFY(showTray->isChecked());
         showTray->click();
         QVERIFY(!UserDefaults::standard().boolValue("show_menubar_icon"));
         QVERIFY(!tray->isVisible());
