@@ -39,7 +39,8 @@ int printWebView(AppSession& session, const CommandInvocation& call)
         } else if (arg == QLatin1String("--js") || arg == QLatin1String("--css")) {
             if (!value(&text))
                 return call.fail(QStringLiteral("%1 needs the code").arg(arg), 2);
-            parameters.insert(arg == QLatin1String("--js") ? QStringLiteral("javascript_code") : QStringLiteral("css_code"), text);
+            parameters.insert(
+                arg == QLatin1String("--js") ? QStringLiteral("javascript_code") : QStringLiteral("css_code"), text);
         } else if (arg == QLatin1String("--deliver")) {
             if (!value(&destination) || destination.isEmpty())
                 return call.fail(QStringLiteral("--deliver needs a destination"), 2);
@@ -52,17 +53,16 @@ int printWebView(AppSession& session, const CommandInvocation& call)
         }
     }
     if (address.isEmpty())
-        return call.fail(QStringLiteral("usage: print-web-view URL [--wait N] [--extract-text] [--js CODE] "
-                                        "[--css CODE] [--background] [--show] [--deliver DESTINATION]"),
-                         2);
+        return call.fail(QStringLiteral("print-web-view needs a URL (see quirepad print-web-view --help)"), 2);
     const QUrl url = QUrl::fromUserInput(address, call.workingDirectory, QUrl::AssumeLocalFile);
     if (!url.isValid())
         return call.fail(QStringLiteral("not a web address: %1").arg(address), 2);
 
     const WebCaptureClient::Result result = session.webCapture().capture(url, parameters);
     if (result.path.isEmpty())
-        return call.fail(QStringLiteral("no PDF of %1: %2")
-                             .arg(url.toString(), result.error.isEmpty() ? QStringLiteral("the page did not load") : result.error));
+        return call.fail(
+            QStringLiteral("no PDF of %1: %2")
+                .arg(url.toString(), result.error.isEmpty() ? QStringLiteral("the page did not load") : result.error));
     if (destination.isEmpty()) {
         call.out << result.path << '\n';
         return 0;
@@ -79,12 +79,19 @@ void addCaptureCommands(CommandLine& commandLine, AppSession& session)
 {
     commandLine.addCommand({ QStringLiteral("print-web-view"),
         QStringLiteral("URL [--wait N] [--extract-text] [--js CODE] [--css CODE] [--background] [--show] "
-                       "[--deliver DESTINATION]"),
-        QStringLiteral("print a web page to PDF and print the PDF's path; --wait settles N seconds after\n"
-                       "loading, --extract-text keeps only the readable text, --js and --css run in the\n"
-                       "page first, --background prints backgrounds, --show shows the page,\n"
-                       "--deliver hands the PDF to a destination like a printed job"),
-        [&session](const CommandInvocation& call) { return printWebView(session, call); } });
+                       "[--deliver ID]"),
+        QStringLiteral("print a web page to PDF and print the PDF's path\n"
+                       "  --wait N           settle N more seconds after loading\n"
+                       "  --extract-text     keep only the readable text\n"
+                       "  --js CODE          run the script in the page first\n"
+                       "  --css CODE         add the style sheet to the page first\n"
+                       "  --background       print backgrounds\n"
+                       "  --show             show the page in a window\n"
+                       "  --deliver ID       hand the PDF to a destination like a printed job"),
+        [&session](const CommandInvocation& call) { return printWebView(session, call); }, {},
+        QStringList { QStringLiteral("--wait="), QStringLiteral("--extract-text"), QStringLiteral("--js="),
+            QStringLiteral("--css="), QStringLiteral("--background"), QStringLiteral("--show"),
+            QStringLiteral("--deliver=") } });
 }
 
 } // namespace quirepad

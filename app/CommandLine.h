@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <functional>
+#include <optional>
 #include <vector>
 
 class QTextStream;
@@ -31,10 +32,18 @@ class CommandLine
 public:
     struct Command {
         QString name;
-        QString synopsis;    // arguments, e.g. "TEXT..."
+        QString synopsis; // arguments, e.g. "TEXT..."
         QString description; // one line, or several for subcommands
         // Answers the process exit status.
         std::function<int(const CommandInvocation&)> run;
+        // The words that may follow the name (for completion and the
+        // manual); when empty, the lower-case words the synopsis starts
+        // its alternatives with ("list | install FILE").
+        QStringList subcommands = {};
+        // When set, every option the command takes ("--json"; "--title="
+        // when a value follows it): any other one, before a "--", is
+        // refused before the command runs, and the "--" is dropped.
+        std::optional<QStringList> options = std::nullopt;
     };
 
     CommandLine();
@@ -44,18 +53,28 @@ public:
     bool hasCommand(const QString& name) const { return find(name) != nullptr; }
 
     QString helpText() const;
-    // One command's usage: its synopsis and description.
+    // One command's usage: its synopsis and description, in 80 columns.
     static QString usageText(const Command& command);
     QString versionText() const;
+    // The words that may follow a command's name.
+    static QStringList subcommandsOf(const Command& command);
+    const Command* find(const QString& name) const;
+
+    // Text wrapped at spaces into lines of at most width columns; a line
+    // that goes on past the width continues under its second column (the
+    // text after its first run of two spaces), or at indent when given.
+    static QString wrapped(const QString& text, int width = 80, int indent = -1);
+    // Whether the arguments ask for help (--help or -h before any "--").
+    static bool asksForHelp(const QStringList& arguments);
 
     // Runs what the arguments (without the program name) ask for. A
     // command given --help or -h (before any "--") is not run: its usage
     // is printed instead, whatever else the arguments say.
     int execute(const QStringList& arguments, QTextStream& out, QTextStream& err,
-                const QString& workingDirectory = QString()) const;
+        const QString& workingDirectory = QString()) const;
 
 private:
-    const Command* find(const QString& name) const;
+    int executeTopLevel(const QStringList& arguments, QTextStream& out, QTextStream& err) const;
 
     std::vector<Command> m_commands;
 };

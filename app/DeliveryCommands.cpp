@@ -45,7 +45,7 @@ int deliver(AppSession& session, const CommandInvocation& call)
 } // namespace
 
 int deliverFiles(AppSession& session, const CommandInvocation& call, const QString& id, const QStringList& files,
-                 const QVariantMap& jobInfo)
+    const QVariantMap& jobInfo)
 {
     ManagedObjectContext* context = session.context();
     if (!context)
@@ -63,7 +63,8 @@ int deliverFiles(AppSession& session, const CommandInvocation& call, const QStri
         info.insert(QStringLiteral("NAME"), id);
         processor->setContext(info);
         if (!processor->processFile(copy)) {
-            status = call.fail(QStringLiteral("%1 was not delivered: %2").arg(path_basename(copy), processor->failureReason()));
+            status = call.fail(
+                QStringLiteral("%1 was not delivered: %2").arg(path_basename(copy), processor->failureReason()));
             continue;
         }
         if (!processor->resultFile.isEmpty())
@@ -102,14 +103,16 @@ int workflows(const CommandInvocation& call)
 
 void addDeliveryCommands(CommandLine& commandLine, AppSession& session)
 {
-    commandLine.addCommand({QStringLiteral("deliver"), QStringLiteral("ID FILE... [--title T] [--user U] [--host H]"),
-                            QStringLiteral("deliver files to a destination (a recid or a name) as a print job\n"
-                                           "would be; prints where each file went"),
-                            [&session](const CommandInvocation& call) { return deliver(session, call); }});
-    commandLine.addCommand({QStringLiteral("workflows"), QStringLiteral("list|install-samples"),
-                            QStringLiteral("the plugin and filter workflows; install the samples into\n"
-                                           "${APP_SUPPORT_PLUGINS} (never replacing a copy of yours)"),
-                            [](const CommandInvocation& call) { return workflows(call); }});
+    commandLine.addCommand({ QStringLiteral("deliver"), QStringLiteral("ID FILE... [--title T] [--user U] [--host H]"),
+        QStringLiteral("deliver files to a destination as a print job would be\n"
+                       "ID is a recid or a name; prints where each file went"),
+        [&session](const CommandInvocation& call) { return deliver(session, call); }, {},
+        QStringList { QStringLiteral("--title="), QStringLiteral("--user="), QStringLiteral("--host=") } });
+    commandLine.addCommand({ QStringLiteral("workflows"), QStringLiteral("list|install-samples"),
+        QStringLiteral("list the plugin and filter workflows, or install the samples\n"
+                       "The samples go into ${APP_SUPPORT_PLUGINS}; a copy of yours is\n"
+                       "never replaced."),
+        [](const CommandInvocation& call) { return workflows(call); }, {}, QStringList() });
 }
 
 } // namespace quirepad

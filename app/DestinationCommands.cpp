@@ -12,13 +12,81 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTextStream>
+#include <QUrl>
 
 namespace quirepad {
 
 namespace {
 
 const QString kEntity = QString::fromLatin1(DestinationSchema::entityName);
-const QString kKnownTypes = QStringLiteral("FOBIDKX");
+
+// What each type letter does, in words.
+struct TypeLetter {
+    QChar letter;
+    const char* word; // in the table of destinations
+    const char* explanation; // in the usage
+};
+constexpr TypeLetter kTypes[] = {
+    { u'F', "folder", "copy into a folder under a name pattern" },
+    { u'O', "open", "open with an application" },
+    { u'B', "e-book library", "add to the e-book library (calibre, else a Books folder)" },
+    { u'I', "media library", "the e-book library too, with an author; its own notice" },
+    { u'D', "sync folder", "copy into a sync folder, its link on the clipboard" },
+    { u'K', "e-reader", "send to an e-reader over USB or by mail" },
+    { u'X', "workflow", "run a plugin workflow" },
+};
+
+const TypeLetter* typeLetter(const QString& type)
+{
+    for (const TypeLetter& t : kTypes)
+        if (type.size() == 1 && type.at(0) == t.letter)
+            return &t;
+    return nullptr;
+}
+
+QString typeLetters()
+{
+    QStringList letters;
+    for (const TypeLetter& t : kTypes)
+        letters << QString(t.letter);
+    return letters.join(u' ');
+}
+
+// A folder kept as a file URL, shown as a path.
+QString shownFolder(const QString& text)
+{
+    const QUrl url(text);
+    return url.isLocalFile() ? url.toLocalFile() : text;
+}
+
+// Where jobs sent to the destination go, in a few words.
+QString goesTo(DestinationItem& item)
+{
+    const QVariantMap config = item.config();
+    const QString type = item.value(QStringLiteral("type")).toString();
+    if (type == QLatin1String("O"))
+        return config.value(QStringLiteral("appid")).toString();
+    if (type == QLatin1String("X"))
+        return config.value(QStringLiteral("plugin_name")).toString();
+    if (type == QLatin1String("B") || type == QLatin1String("I")) {
+        const QString library = config.value(QStringLiteral("library_path")).toString();
+        return library.isEmpty() ? QStringLiteral("(the e-book library)") : shownFolder(library);
+    }
+    if (type == QLatin1String("K"))
+        return QStringLiteral("(the connected e-reader)");
+    return shownFolder(config.value(QStringLiteral("output_dir")).toString());
+}
+
+// Text cut to width characters: at the end, or for a path at its start,
+// keeping the folder names nearest the file.
+QString fitted(const QString& text, int width, bool path)
+{
+    if (text.size() <= width)
+        return text;
+    if (width <= 1)
+        return QString(width, u'\u2026');
+    return path ? QStringLiteral("\u2026") + text.right(width - 1) : text.left(width - 1) + QStringLiteral("\u2026");
+}
 
 QString describeValue(AttributeKind kind, const QVariant& value)
 {
@@ -58,7 +126,7 @@ QJsonValue jsonValue(AttributeKind kind, const QVariant& value)
 
 QList<DestinationItem*> allByOrder(ManagedObjectContext& context)
 {
-    return context.entities(kEntity, Predicate::always(), {{"order", true}, {"name", true}})
+    return context.entities(kEntity, Predicate::always(), { { "order", true }, { "name", true } })
         .value_or(QList<DestinationItem*>());
 }
 
@@ -114,7 +182,10 @@ public:
 
 private:
     int fail(const QString& message, int status = 1) { return m_call.fail(message, status); }
-    int usage(const QString& message) { return fail(message + QStringLiteral(" (see quirepad --help)"), 2); }
+    int usage(const QString& message)
+    {
+        return fail(message + QStringLiteral(" (see quirepad destinations --help)"), 2);
+    }
 
     int saved(int status = 0)
     {
@@ -139,25 +210,53 @@ private:
         return saved();
     }
 
-    int list(const QStringList& args)
+    int list(const QStringList& arguments)
     {
-        if (args.size() > 1 || (args.size() == 1 && args.first() != QLatin1String("--json")))
-            return usage(QStringLiteral("destinations list takes only --json"));
-        const QList<DestinationItem*> items = allByOrder(*m_context);
-        if (!args.isEmpty()) {
-            QJsonArray array;
-            for (DestinationItem* item : items) {
-                QJsonObject object;
-                for (const AttributeDefinition& attribute : DestinationSchema::attributes()) {
-                    const QVariant value = item->value(attribute.name);
-                    if (value.isValid())
-                        object.insert(attribute.name, jsonValue(attribute.kind, value));
-                }
-                array.append(object);
-            }
-            m_call.out << QJsonDocument(array).toJson(QJsonDocument::Indented);
-            return 0;
+        QStringList args = arguments;
+        int width = 80;
+        const qsizetype widthAt = args.indexOf(QStringLiteral("--width"));
+        if (widthAt >= 0) {
+            bool ok = false;
+            width = args.value(widthAt + 1).toInt(&ok);
+            if (!ok || width < 20 || width > 1000)
+                return usage(QStringLiteral("--width takes a number of columns from 20 to 1000"));
+            args.remove(widthAt, 2);
         }
+        const QString mode = args.value(0);
+        if (args.size() > 1
+            || (args.size() == 1 && mode != QLatin1String("--json") && mode != QLatin1String("--long")
+                && mode != QLatin1String("--names")))
+            return usage(QStringLiteral("destinations list takes one of --long, --json, --names"));
+        const QList<DestinationItem*> items = allByOrder(*m_context);
+        if (mode == QLatin1String("--json"))
+            listJson(items);
+        else if (mode == QLatin1String("--long"))
+            listLong(items);
+        else if (mode == QLatin1String("--names"))
+            for (DestinationItem* item : items)
+                m_call.out << item->name() << '\n';
+        else
+            listTable(items, width);
+        return 0;
+    }
+
+    void listJson(const QList<DestinationItem*>& items)
+    {
+        QJsonArray array;
+        for (DestinationItem* item : items) {
+            QJsonObject object;
+            for (const AttributeDefinition& attribute : DestinationSchema::attributes()) {
+                const QVariant value = item->value(attribute.name);
+                if (value.isValid())
+                    object.insert(attribute.name, jsonValue(attribute.kind, value));
+            }
+            array.append(object);
+        }
+        m_call.out << QJsonDocument(array).toJson(QJsonDocument::Indented);
+    }
+
+    void listLong(const QList<DestinationItem*>& items)
+    {
         for (DestinationItem* item : items) {
             m_call.out << item->name() << "  [" << item->recid() << "]\n";
             QStringList fields;
@@ -174,7 +273,59 @@ private:
             for (auto it = config.cbegin(); it != config.cend(); ++it)
                 m_call.out << "  config." << it.key() << '=' << it.value().toString() << '\n';
         }
-        return 0;
+    }
+
+    // One line a destination: order, name, type, where it goes, flags;
+    // the name and the place share what the width leaves.
+    void listTable(const QList<DestinationItem*>& items, int width)
+    {
+        QList<QStringList> rows { { QStringLiteral("#"), QStringLiteral("NAME"), QStringLiteral("TYPE"),
+            QStringLiteral("GOES TO"), QStringLiteral("FLAGS") } };
+        for (DestinationItem* item : items) {
+            const QString type = item->value(QStringLiteral("type")).toString();
+            const TypeLetter* letter = typeLetter(type);
+            QStringList flags;
+            if (item->boolForKey(QStringLiteral("in_menu")))
+                flags << QStringLiteral("menu");
+            if (item->boolForKey(QStringLiteral("is_system")))
+                flags << QStringLiteral("built-in");
+            rows.append({ item->value(QStringLiteral("order")).toString(), item->name().simplified(),
+                letter ? QString::fromLatin1(letter->word) : QStringLiteral("%1 (folder)").arg(type),
+                goesTo(*item).simplified(), flags.join(u',') });
+        }
+        int widths[5] = {};
+        for (const QStringList& row : rows)
+            for (int c = 0; c < 5; ++c)
+                widths[c] = qMax(widths[c], int(row.at(c).size()));
+        const int room = width - widths[0] - widths[2] - widths[4] - 2 * 4;
+        if (widths[1] + widths[3] > room) {
+            widths[1] = qMin(widths[1], qMax(8, room * 2 / 5));
+            widths[3] = qMax(8, room - widths[1]);
+        }
+        for (const QStringList& row : rows) {
+            QString line = row.at(0).rightJustified(widths[0]) + QStringLiteral("  ")
+                + fitted(row.at(1), widths[1], false).leftJustified(widths[1]) + QStringLiteral("  ")
+                + row.at(2).leftJustified(widths[2]) + QStringLiteral("  ")
+                + fitted(row.at(3), widths[3], true).leftJustified(widths[3]) + QStringLiteral("  ") + row.at(4);
+            while (line.endsWith(u' '))
+                line.chop(1);
+            m_call.out << line << '\n';
+        }
+    }
+
+    // A name another destination has already (names pick destinations).
+    bool nameTaken(const QString& name)
+    {
+        const QString wanted = name.trimmed();
+        for (DestinationItem* item : allByOrder(*m_context))
+            if (item->name().trimmed().compare(wanted, Qt::CaseInsensitive) == 0)
+                return true;
+        return false;
+    }
+
+    int refuseTakenName(const QString& name)
+    {
+        return fail(QStringLiteral("a destination named '%1' exists already").arg(name.trimmed()));
     }
 
     int add(const QStringList& args)
@@ -182,13 +333,12 @@ private:
         if (args.size() != 2)
             return usage(QStringLiteral("usage: destinations add TYPE NAME"));
         const QString type = args.at(0);
-        if (type.size() != 1 || !type.at(0).isLetter())
-            return usage(QStringLiteral("TYPE is one letter (F O B I D K X), not '%1'").arg(type));
-        if (!kKnownTypes.contains(type))
-            m_call.err << "quirepad: warning: '" << type
-                       << "' is not a known type letter (F O B I D K X); jobs sent to it are copied into a folder\n";
+        if (!typeLetter(type))
+            return usage(QStringLiteral("TYPE is one of the letters %1, not '%2'").arg(typeLetters(), type));
         if (args.at(1).trimmed().isEmpty())
             return fail(QStringLiteral("NAME is empty"));
+        if (nameTaken(args.at(1)))
+            return refuseTakenName(args.at(1));
         return created(DestinationTemplates(*m_context).createDestination(type, args.at(1)));
     }
 
@@ -198,7 +348,10 @@ private:
             return usage(QStringLiteral("usage: destinations add-app NAME APPID"));
         if (args.at(0).trimmed().isEmpty())
             return fail(QStringLiteral("NAME is empty"));
-        return created(DestinationTemplates(*m_context).addApplication(1, args.at(0), {{"appid", args.at(1)}}, nullptr));
+        if (nameTaken(args.at(0)))
+            return refuseTakenName(args.at(0));
+        return created(
+            DestinationTemplates(*m_context).addApplication(1, args.at(0), { { "appid", args.at(1) } }, nullptr));
     }
 
     int addWorkflow(const QStringList& args)
@@ -207,6 +360,8 @@ private:
             return usage(QStringLiteral("usage: destinations add-workflow NAME"));
         if (args.at(0).trimmed().isEmpty())
             return fail(QStringLiteral("NAME is empty"));
+        if (nameTaken(args.at(0)))
+            return refuseTakenName(args.at(0));
         return created(DestinationTemplates(*m_context).addWorkflow(args.at(0)));
     }
 
@@ -215,7 +370,7 @@ private:
         if (args.size() != 1)
             return usage(QStringLiteral("usage: destinations add-path PATH"));
         const QString path = m_call.absolutePath(args.at(0));
-        DestinationItem* item = DestinationTemplates(*m_context).readObjectsFromPasteboard({path});
+        DestinationItem* item = DestinationTemplates(*m_context).readObjectsFromPasteboard({ path });
         if (!item)
             return fail(QStringLiteral("%1 is not an application entry (.desktop), a workflow or a folder").arg(path));
         return created(item);
@@ -239,20 +394,20 @@ private:
             if (key.startsWith(QLatin1String("config."))) {
                 if (key.size() == 7)
                     return fail(QStringLiteral("malformed KEY=VALUE: '%1'").arg(assignment), 2);
-                changes.append({key, text.isEmpty() ? QVariant() : QVariant(text)});
+                changes.append({ key, text.isEmpty() ? QVariant() : QVariant(text) });
                 continue;
             }
             const std::optional<AttributeKind> kind = DestinationSchema::kindOf(key);
             if (!kind)
                 return fail(QStringLiteral("destinations have no attribute '%1'").arg(key), 2);
             if (text.isEmpty()) {
-                changes.append({key, QVariant()});
+                changes.append({ key, QVariant() });
                 continue;
             }
             QVariant value;
             switch (*kind) {
             case AttributeKind::Boolean:
-                if (QStringList{"yes", "no", "true", "false", "1", "0"}.contains(text.toLower()))
+                if (QStringList { "yes", "no", "true", "false", "1", "0" }.contains(text.toLower()))
                     value = DestinationSchema::normalized(*kind, text);
                 break;
             case AttributeKind::Integer: {
@@ -278,13 +433,13 @@ private:
                 value = DestinationSchema::normalized(*kind, text);
             }
             if (!value.isValid()) {
-                const QString expected = *kind == AttributeKind::Boolean   ? QStringLiteral("yes or no")
-                                         : *kind == AttributeKind::Integer ? QStringLiteral("a whole number")
-                                         : *kind == AttributeKind::Image   ? QStringLiteral("the path of an image file")
-                                                                           : QStringLiteral("a JSON object");
+                const QString expected = *kind == AttributeKind::Boolean ? QStringLiteral("yes or no")
+                    : *kind == AttributeKind::Integer                    ? QStringLiteral("a whole number")
+                    : *kind == AttributeKind::Image                      ? QStringLiteral("the path of an image file")
+                                                                         : QStringLiteral("a JSON object");
                 return fail(QStringLiteral("%1 takes %2, not '%3'").arg(key, expected, text), 2);
             }
-            changes.append({key, value});
+            changes.append({ key, value });
         }
         for (const auto& [key, value] : changes)
             item->setValue(key, value);
@@ -314,12 +469,12 @@ private:
             return 1;
         if (anchor == item)
             return fail(QStringLiteral("a destination cannot move next to itself"), 2);
-        const SortDescriptor byOrder{QStringLiteral("order"), true};
-        QList<DestinationItem*> list = listPrepareReorder(allByOrder(*m_context), {item}, byOrder);
+        const SortDescriptor byOrder { QStringLiteral("order"), true };
+        QList<DestinationItem*> list = listPrepareReorder(allByOrder(*m_context), { item }, byOrder);
         if (args.at(1) == QLatin1String("--after"))
-            listInsertObjectAfter(list, {item}, anchor);
+            listInsertObjectAfter(list, { item }, anchor);
         else
-            listInsertObjectBefore(list, {item}, anchor);
+            listInsertObjectBefore(list, { item }, anchor);
         listStoreOrder(list, QStringLiteral("order"));
         return saved();
     }
@@ -359,22 +514,39 @@ private:
 
 } // namespace
 
+QString destinationsHelp()
+{
+    QString types;
+    for (const TypeLetter& t : kTypes)
+        types += QStringLiteral("\n  %1  %2").arg(t.letter).arg(QString::fromLatin1(t.explanation));
+    return QStringLiteral("manage the destinations (ID is a recid or a name)\n"
+                          "  list [--long|--json|--names] [--width N]\n"
+                          "                        a table (cut to the terminal's width, else 80),\n"
+                          "                        every attribute, JSON, or the names one a line\n"
+                          "  add TYPE NAME         a new destination of the type letter TYPE\n"
+                          "  add-app NAME APPID    open with a desktop entry, e.g. org.gnome.Evince.desktop\n"
+                          "  add-workflow NAME     run the plugin workflow NAME\n"
+                          "  add-path PATH         from a folder, a .workflow or a .desktop entry\n"
+                          "  set ID KEY=VALUE...   attributes by name, config.KEY=VALUE; yes/no booleans\n"
+                          "  remove ID             delete the destination\n"
+                          "  move ID --after ID|--before ID\n"
+                          "                        put it after or before another one\n"
+                          "  export FILE [ID]      into a .quirepad-settings file (all, or one)\n"
+                          "  import FILE           merge a .quirepad-settings file\n"
+                          "The add commands refuse a NAME another destination has (status 1).\n"
+                          "Type letters:")
+        + types;
+}
+
 void addDestinationCommands(CommandLine& commandLine, AppSession& session)
 {
-    commandLine.addCommand(
-        {QStringLiteral("destinations"), QStringLiteral("SUBCOMMAND"),
-         QStringLiteral("manage destinations (ID is a recid or a name):\n"
-                        "list [--json]                     every destination with its attributes\n"
-                        "add TYPE NAME                     new destination of a type letter F O B I D K X\n"
-                        "add-app NAME APPID                open with a desktop entry (e.g. org.gnome.Evince.desktop)\n"
-                        "add-workflow NAME                 run the plugin workflow NAME\n"
-                        "add-path PATH                     from a folder, a .workflow or a .desktop entry\n"
-                        "set ID KEY=VALUE...               attributes by name, config.KEY=VALUE; yes/no booleans\n"
-                        "remove ID\n"
-                        "move ID --after ID|--before ID    reorder\n"
-                        "export FILE [ID]                  into a .quirepad-settings file\n"
-                        "import FILE                       merge a .quirepad-settings file"),
-         [&session](const CommandInvocation& call) { return DestinationCommand(session, call).run(); }});
+    commandLine.addCommand({ QStringLiteral("destinations"), QStringLiteral("SUBCOMMAND [ARGS...]"), destinationsHelp(),
+        [&session](const CommandInvocation& call) { return DestinationCommand(session, call).run(); },
+        { QStringLiteral("list"), QStringLiteral("add"), QStringLiteral("add-app"), QStringLiteral("add-workflow"),
+            QStringLiteral("add-path"), QStringLiteral("set"), QStringLiteral("remove"), QStringLiteral("move"),
+            QStringLiteral("export"), QStringLiteral("import") },
+        QStringList { QStringLiteral("--long"), QStringLiteral("--json"), QStringLiteral("--names"),
+            QStringLiteral("--width="), QStringLiteral("--after="), QStringLiteral("--before=") } });
 }
 
 } // namespace quirepad

@@ -33,7 +33,8 @@ int list(WorkflowKind kind, const CommandInvocation& call)
     if (args.size() == 2) {
         QJsonArray array;
         for (const UserWorkflows::Entry& entry : entries)
-            array.append(QJsonObject { { QStringLiteral("name"), entry.name }, { QStringLiteral("path"), entry.path } });
+            array.append(
+                QJsonObject { { QStringLiteral("name"), entry.name }, { QStringLiteral("path"), entry.path } });
         call.out << QJsonDocument(array).toJson(QJsonDocument::Indented);
         return 0;
     }
@@ -48,10 +49,11 @@ int install(WorkflowKind kind, AppSession& session, const CommandInvocation& cal
         return call.fail(QStringLiteral("usage: %1 install FILE").arg(commandName(kind)), 2);
     const QString path = call.absolutePath(call.arguments.at(1));
     if (PluginInstaller::kindOf(path) != kind)
-        return call.fail(QStringLiteral("%1 is not a %2 package (.%3)")
-                             .arg(path, UserWorkflows::kindName(kind),
-                                  kind == WorkflowKind::Plugin ? QStringLiteral("qpdplugin") : QStringLiteral("qpdfilter")),
-                         2);
+        return call.fail(
+            QStringLiteral("%1 is not a %2 package (.%3)")
+                .arg(path, UserWorkflows::kindName(kind),
+                    kind == WorkflowKind::Plugin ? QStringLiteral("qpdplugin") : QStringLiteral("qpdfilter")),
+            2);
     // Running the command is the user's consent: nothing is asked.
     PluginInstaller installer(&session.delegate().workflowLibrary());
     installer.setInteractive(false);
@@ -92,7 +94,8 @@ int create(WorkflowKind kind, AppSession& session, const CommandInvocation& call
         call.out << result.path << '\n';
         return 0;
     case WorkflowCreator::Outcome::Existing:
-        return call.fail(QStringLiteral("%1 is there already and is kept (remove it first to replace it)").arg(result.path));
+        return call.fail(
+            QStringLiteral("%1 is there already and is kept (remove it first to replace it)").arg(result.path));
     case WorkflowCreator::Outcome::Refused:
         return call.fail(result.error, 2);
     case WorkflowCreator::Outcome::Cancelled:
@@ -133,17 +136,19 @@ void addPluginCommands(CommandLine& commandLine, AppSession& session)
 {
     for (const WorkflowKind kind : { WorkflowKind::Plugin, WorkflowKind::Filter }) {
         const bool plugin = kind == WorkflowKind::Plugin;
-        commandLine.addCommand(
-            { commandName(kind), QString::fromLatin1(kSynopsis),
-              plugin ? QStringLiteral("the plugin workflows of yours in ${APP_SUPPORT_PLUGINS}: list them,\n"
-                                      "install a .qpdplugin package (files already there are kept),\n"
-                                      "remove one by name, list the samples, or copy a sample as\n"
-                                      "NAME.workflow (printing its path; an existing one is kept)")
-                     : QStringLiteral("the filter workflows of yours in ${APP_SUPPORT_PLUGINS}/Filters: list\n"
-                                      "them, install a .qpdfilter package (files already there are\n"
-                                      "kept), remove one by name, list the samples, or copy a sample\n"
-                                      "as NAME.workflow (printing its path; an existing one is kept)"),
-              [kind, &session](const CommandInvocation& call) { return run(kind, session, call); } });
+        commandLine.addCommand({ commandName(kind), QString::fromLatin1(kSynopsis),
+            plugin ? QStringLiteral("your plugin workflows: list, install, remove, copy a sample\n"
+                                    "The plugin workflows of yours in ${APP_SUPPORT_PLUGINS}: list them,\n"
+                                    "install a .qpdplugin package (files already there are kept),\n"
+                                    "remove one by name, list the samples, or copy a sample as\n"
+                                    "NAME.workflow (printing its path; an existing one is kept)")
+                   : QStringLiteral("your filter workflows: list, install, remove, copy a sample\n"
+                                    "The filter workflows of yours in ${APP_SUPPORT_PLUGINS}/Filters: list\n"
+                                    "them, install a .qpdfilter package (files already there are\n"
+                                    "kept), remove one by name, list the samples, or copy a sample\n"
+                                    "as NAME.workflow (printing its path; an existing one is kept)"),
+            [kind, &session](const CommandInvocation& call) { return run(kind, session, call); }, {},
+            QStringList { QStringLiteral("--json") } });
     }
 }
 

@@ -92,14 +92,18 @@ void addQueueCommands(CommandLine& commandLine, AppSession& session)
 {
     commandLine.addCommand(
         { QStringLiteral("scan"), QString(), QStringLiteral("take this user's print jobs from the spool now"),
-            [&session](const CommandInvocation& call) { return scan(session, call); } });
-    commandLine.addCommand({ QStringLiteral("stop"), QString(),
-        QStringLiteral("stop the running batch after the current job"), [&session](const CommandInvocation& call) {
-            if (!session.isInstance())
-                return call.fail(QStringLiteral("no Quirepad is running"));
-            session.delegate().stopProcessing();
-            return 0;
-        } });
+            [&session](const CommandInvocation& call) { return scan(session, call); }, {}, QStringList() });
+    commandLine.addCommand(
+        { QStringLiteral("stop"), QString(), QStringLiteral("stop the running batch after the current job"),
+            [&session](const CommandInvocation& call) {
+                if (!call.arguments.isEmpty())
+                    return call.fail(QStringLiteral("stop takes no arguments"), 2);
+                if (!session.isInstance())
+                    return call.fail(QStringLiteral("no Quirepad is running"));
+                session.delegate().stopProcessing();
+                return 0;
+            },
+            {}, QStringList() });
     commandLine.addCommand({ QStringLiteral("clear-queue"), QString(),
         QStringLiteral("delete every job in the spool that this user may delete"),
         [&session](const CommandInvocation& call) {
@@ -107,14 +111,18 @@ void addQueueCommands(CommandLine& commandLine, AppSession& session)
                 return call.fail(QStringLiteral("clear-queue takes no arguments"), 2);
             session.delegate().clearQueue();
             return 0;
-        } });
-    commandLine.addCommand(
-        { QStringLiteral("install-driver"), QStringLiteral("[--share] [--no-queue] [--cupsd-conf FILE]"),
-            QStringLiteral("install the CUPS backend, its PPD and the \"Print_to_Quirepad\" queue\n"
-                           "(as root, or through pkexec) for the shared folder in use ($QUIREPAD_SHARED_DIR);\n"
-                           "--share shares the queue, --no-queue leaves the CUPS queues alone,\n"
-                           "--cupsd-conf names the scheduler's configuration file"),
-            [&session](const CommandInvocation& call) { return installDriver(session, call); } });
+        },
+        {}, QStringList() });
+    commandLine.addCommand({ QStringLiteral("install-driver"),
+        QStringLiteral("[--share] [--no-queue] [--cupsd-conf FILE]"),
+        QStringLiteral("install the CUPS backend, its PPD and the print queue\n"
+                       "The queue is \"Print_to_Quirepad\". As root, or through pkexec, for the shared folder in use\n"
+                       "($QUIREPAD_SHARED_DIR).\n"
+                       "  --share            share the queue with other devices\n"
+                       "  --no-queue         leave the CUPS queues alone\n"
+                       "  --cupsd-conf FILE  the scheduler's configuration file"),
+        [&session](const CommandInvocation& call) { return installDriver(session, call); }, {},
+        QStringList { QStringLiteral("--share"), QStringLiteral("--no-queue"), QStringLiteral("--cupsd-conf=") } });
 }
 
 } // namespace quirepad

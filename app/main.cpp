@@ -2,17 +2,18 @@
 #include "AppSession.h"
 #include "CommandClient.h"
 #include "CommandLine.h"
+#include "JobQueueCommands.h"
 #include "RequestRunner.h"
-#include "SingleInstance.h"
 #include "ScriptingService.h"
+#include "SingleInstance.h"
 #include "UnixSignalWatcher.h"
 #include "WebCaptureClient.h"
 
 #include "foundation/DialogService.h"
+#include "foundation/LoopStallMonitor.h"
 #include "foundation/QtDialogService.h"
 #include "foundation/Shutdown.h"
 #include "foundation/dialogs.h"
-#include "foundation/LoopStallMonitor.h"
 #include "network/NetworkServices.h"
 #include "pipeline/jobinfo.h"
 #include "ui/ApplicationShell.h"
@@ -26,6 +27,9 @@
 #include <QTimer>
 
 #include <memory>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 using namespace quirepad;
 
@@ -74,6 +78,8 @@ int runInstance(QCoreApplication& app, bool withWindows)
         QApplication::setQuitOnLastWindowClosed(false);
         shell = std::make_unique<ApplicationShell>(delegate);
         session.setPreferencesHandler([&shell] { shell->showPreferences(); });
+        setQueueWindowHandler([&shell] { shell->showQueue(); });
+        shell->startTrayOrWindow(); // the tray icon, or a window where there is no tray
         QObject::connect(shell.get(), &ApplicationShell::quitRequested, &app, [&] {
             delegate.stopProcessing();
             if (delegate.applicationShouldTerminate() == MainAppDelegateBase::TerminateReply::Now)
@@ -84,7 +90,8 @@ int runInstance(QCoreApplication& app, bool withWindows)
     session.setNetworkServices(&network);
     if (shell) {
         shell->setNetworkStatus([&network] { return std::make_pair(network.feedUrl(), network.airPrintSummary()); });
-        QObject::connect(&network, &NetworkServices::stateChanged, shell.get(), &ApplicationShell::refreshNetworkStatus);
+        QObject::connect(
+            &network, &NetworkServices::stateChanged, shell.get(), &ApplicationShell::refreshNetworkStatus);
         QObject::connect(shell.get(), &ApplicationShell::settingsChanged, &network, &NetworkServices::applySettings);
         // A web page from the tray: printed to PDF, then handled like a
         // printed job (the panel asks where it goes).
@@ -92,7 +99,8 @@ int runInstance(QCoreApplication& app, bool withWindows)
             const WebCaptureClient::Result result = session.webCapture().capture(url, {});
             if (result.path.isEmpty()) {
                 MYDisplayAlert(QStringLiteral("The page %1 could not be printed: %2")
-                                   .arg(url.toString(), result.error.isEmpty() ? QStringLiteral("it did not load") : result.error));
+                                   .arg(url.toString(),
+                                       result.error.isEmpty() ? QStringLiteral("it did not load") : result.error));
                 return;
             }
             delegate.processPDFFiles({ result.path });
@@ -135,6 +143,7 @@ int runInstance(QCoreApplication& app, bool withWindows)
         err.flush();
     });
     const int status = app.exec();
+    setQueueWindowHandler(nullptr);
     shell.reset();
     delegate.saveAction();
     return status;
@@ -151,7 +160,20 @@ bool allExistingPaths(const QStringList& arguments)
 bool hasDisplay()
 {
     return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
-           || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+        || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}
+
+// A listing shaped to the terminal says how wide the terminal is: the
+// command may run in the instance, which has no terminal.
+QStringList withTerminalWidth(const QStringList& arguments)
+{
+    const bool table = arguments.size() >= 2 && arguments.at(0) == QLatin1String("destinations")
+        && arguments.at(1) == QLatin1String("list");
+    winsize size {};
+    if (!table || arguments.contains(QLatin1String("--width")) || !::isatty(STDOUT_FILENO)
+        || ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return arguments;
+    return arguments + QStringList { QStringLiteral("--width"), QString::number(size.ws_col) };
 }
 
 int runCommandLine(int argc, char** argv)
@@ -170,14 +192,17 @@ int runCommandLine(int argc, char** argv)
     AppSession session;
     CommandLine commandLine;
     addAllCommands(commandLine, session);
-    if (first.startsWith(u'-') || first == QLatin1String("help"))
+    // Options, help and a command's usage are answered here: nothing is
+    // run, nothing is forwarded.
+    if (first.startsWith(u'-') || first == QLatin1String("help")
+        || (commandLine.hasCommand(first) && CommandLine::asksForHelp(arguments.mid(1))))
         return commandLine.execute(arguments, out, err);
 
     InstanceRequest request;
     request.workingDirectory = QDir::currentPath();
     if (commandLine.hasCommand(first)) {
         request.kind = InstanceRequest::Kind::Command;
-        request.arguments = arguments;
+        request.arguments = withTerminalWidth(arguments);
     } else if (allExistingPaths(arguments)) {
         request.kind = InstanceRequest::Kind::Open;
         for (const QString& path : arguments)
@@ -213,6 +238,10 @@ int main(int argc, char** argv)
     const QString first = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
 
     if (first == QLatin1String("--headless")) {
+        if (argc > 2) {
+            QTextStream(stderr) << "quirepad: --headless takes no arguments\n";
+            return 2;
+        }
         QCoreApplication app(argc, argv);
         return runInstance(app, false);
     }

@@ -12,22 +12,22 @@ namespace {
 
 SettingDefinition boolean(const QString& key, bool value, const char* description)
 {
-    return {key, SettingType::Boolean, value, QString::fromUtf8(description)};
+    return { key, SettingType::Boolean, value, QString::fromUtf8(description) };
 }
 
 SettingDefinition destination(const QString& key, const char* description)
 {
-    return {key, SettingType::Destination, QString(), QString::fromUtf8(description)};
+    return { key, SettingType::Destination, QString(), QString::fromUtf8(description) };
 }
 
 SettingDefinition text(const QString& key, const char* description)
 {
-    return {key, SettingType::Text, QString(), QString::fromUtf8(description)};
+    return { key, SettingType::Text, QString(), QString::fromUtf8(description) };
 }
 
 SettingDefinition integer(const QString& key, qint64 value, qint64 minimum, qint64 maximum, const char* description)
 {
-    return {key, SettingType::Integer, value, QString::fromUtf8(description), minimum, maximum};
+    return { key, SettingType::Integer, value, QString::fromUtf8(description), minimum, maximum };
 }
 
 const std::array<SettingDefinition, 15>& table()
@@ -43,9 +43,9 @@ const std::array<SettingDefinition, 15>& table()
             boolean(SettingKey::DisableNotifications, false, "show no desktop notifications"),
             boolean(SettingKey::ForceIntroWindow, false, "show the introduction at the next start"),
             boolean(SettingKey::EnableAirPrinter, false, "announce the print queue to phones (AirPrint)"),
-            {SettingKey::AirPrinter, SettingType::Text, QString(),
-             QStringLiteral("the address of the print queue last found on the network (kept by Quirepad)"), 0, 0,
-             true},
+            { SettingKey::AirPrinter, SettingType::Text, QString(),
+                QStringLiteral("the address of the print queue last found on the network (kept by Quirepad)"), 0, 0,
+                true },
             boolean(SettingKey::HttpEnabled, false, "serve the page feed over HTTP"),
             integer(SettingKey::HttpPort, 8631, 1, 65535, "the page feed's port"),
             boolean(SettingKey::HttpBindAll, false, "serve the page feed to other devices, not only this one"),
@@ -54,7 +54,7 @@ const std::array<SettingDefinition, 15>& table()
         };
         for (SettingDefinition& s : t)
             s.registeredInCode = s.key == SettingKey::ShowMenubarIcon || s.key == SettingKey::Maxcount
-                                 || s.key == SettingKey::AirPrinter;
+                || s.key == SettingKey::AirPrinter;
         return t;
     }();
     return settings;
@@ -88,7 +88,7 @@ QStringList SettingsSchema::closeMatches(const QString& key)
             for (qsizetype j = 1; j <= b.size(); ++j) {
                 const qsizetype above = row[size_t(j)];
                 const bool same = a.at(i - 1).toLower() == b.at(j - 1).toLower();
-                row[size_t(j)] = std::min({above + 1, row[size_t(j - 1)] + 1, diagonal + (same ? 0 : 1)});
+                row[size_t(j)] = std::min({ above + 1, row[size_t(j - 1)] + 1, diagonal + (same ? 0 : 1) });
                 diagonal = above;
             }
         }
@@ -137,7 +137,10 @@ std::optional<QVariant> SettingsSchema::parse(const SettingDefinition& setting, 
             return refuse(QStringLiteral("%1 takes a whole number, not '%2'").arg(setting.key, text));
         if (n < setting.minimum || n > setting.maximum)
             return refuse(QStringLiteral("%1 takes a number from %2 to %3, not %4")
-                              .arg(setting.key).arg(setting.minimum).arg(setting.maximum).arg(n));
+                              .arg(setting.key)
+                              .arg(setting.minimum)
+                              .arg(setting.maximum)
+                              .arg(n));
         return QVariant(n);
     }
     case SettingType::Text:

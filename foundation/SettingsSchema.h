@@ -30,9 +30,9 @@ inline const QString HttpServiceType = QStringLiteral("HTTPServer_serviceType");
 } // namespace SettingKey
 
 enum class SettingType {
-    Boolean,     // yes/no
-    Integer,     // a whole number within [minimum, maximum]
-    Text,        // free text
+    Boolean, // yes/no
+    Integer, // a whole number within [minimum, maximum]
+    Text, // free text
     Destination, // the name of a destination; empty means ask in the panel
 };
 
