@@ -176,6 +176,18 @@ DestinationForm::DestinationForm(ManagedObjectContext& context, QWidget* parent)
     layout->addLayout(m_fileForm);
     layout->addStretch(1);
 
+    // The labels of both parts share one column.
+    int labelWidth = 0;
+    for (QFormLayout* form : { m_targetForm, m_fileForm })
+        for (int row = 0; row < form->rowCount(); ++row)
+            if (QLayoutItem* label = form->itemAt(row, QFormLayout::LabelRole); label && label->widget())
+                labelWidth = std::max(labelWidth, label->widget()->sizeHint().width());
+    for (QFormLayout* form : { m_targetForm, m_fileForm })
+        for (int row = 0; row < form->rowCount(); ++row)
+            if (QLayoutItem* label = form->itemAt(row, QFormLayout::LabelRole); label && label->widget()) {
+                label->widget()->setMinimumWidth(labelWidth);
+                static_cast<QLabel*>(label->widget())->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+            }
     for (QLabel* message : std::as_const(m_messages)) {
         message->setWordWrap(true);
         message->setStyleSheet(QStringLiteral("color: #c01c28;"));
@@ -230,7 +242,7 @@ QLabel* DestinationForm::sectionTitle(const QString& text)
 QWidget* DestinationForm::addRow(QFormLayout* form, const QString& label, QWidget* editor, int field)
 {
     if (field < 0) {
-        form->addRow(label, editor);
+        form->addRow(new QLabel(label, this), editor);
         m_rows.insert(editor, editor);
         return editor;
     }
@@ -243,7 +255,7 @@ QWidget* DestinationForm::addRow(QFormLayout* form, const QString& label, QWidge
     auto* message = new QLabel(box);
     column->addWidget(message);
     m_messages.insert(field, message);
-    form->addRow(label, box);
+    form->addRow(new QLabel(label, this), box);
     m_rows.insert(editor, box);
     return box;
 }

@@ -4,9 +4,11 @@
 #include "store/ManagedObjectContext.h"
 #include "store/listorder.h"
 
+#include <QApplication>
 #include <QDataStream>
 #include <QIODevice>
 #include <QMimeData>
+#include <QStyle>
 #include <QUrl>
 
 namespace quirepad {
@@ -116,8 +118,16 @@ QVariant DestinationListModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
     case Qt::EditRole:
         return item->name();
-    case Qt::DecorationRole:
-        return item->icon();
+    case Qt::DecorationRole: {
+        const QIcon icon = item->icon();
+        if (!icon.isNull())
+            return icon;
+        // Without an icon theme: the style's own pictures.
+        const bool folder = item->type() == QLatin1String("F") || item->type() == QLatin1String("D");
+        return QApplication::style()->standardIcon(folder ? QStyle::SP_DirIcon
+                : item->type() == QLatin1String("X")      ? QStyle::SP_CommandLink
+                                                          : QStyle::SP_FileIcon);
+    }
     case Qt::ToolTipRole:
         return QStringLiteral("%1 \u2014 %2").arg(item->name(), typeTitle(item->type()));
     case TypeTitleRole:

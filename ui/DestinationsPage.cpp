@@ -9,6 +9,7 @@
 #include "store/SettingsFileStore.h"
 #include "store/listorder.h"
 #include "ui/DestinationForm.h"
+#include "ui/DestinationItemDelegate.h"
 #include "ui/DestinationListModel.h"
 
 #include <QDir>
@@ -55,8 +56,8 @@ DestinationsPage::DestinationsPage(MainAppDelegateBase& delegate, ManagedObjectC
     m_list = new QListView(side);
     m_list->setModel(m_model);
     m_list->setIconSize(QSize(28, 28));
-    m_list->setSpacing(2);
     m_list->setUniformItemSizes(true);
+    m_list->setItemDelegate(new DestinationItemDelegate(m_list));
     m_list->setSelectionMode(QAbstractItemView::SingleSelection);
     m_list->setDragDropMode(QAbstractItemView::DragDrop);
     m_list->setDefaultDropAction(Qt::MoveAction);

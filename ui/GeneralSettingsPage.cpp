@@ -54,6 +54,7 @@ GeneralSettingsPage::GeneralSettingsPage(DestinationListModel& destinations, QWi
     m_maxcount = new QSpinBox(this);
     if (const SettingDefinition* setting = SettingsSchema::find(SettingKey::Maxcount))
         m_maxcount->setRange(int(setting->minimum), int(setting->maximum));
+    m_maxcount->setMaximumWidth(90);
     desktop->addRow(tr("Destinations per row in the panel:"), m_maxcount);
     m_followMouse = new QCheckBox(tr("Open the panel at the mouse pointer"), this);
     desktop->addRow(QString(), m_followMouse);

@@ -1,5 +1,6 @@
 #include "ui/NetworkSettingsBox.h"
 
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
 
 #include <QCheckBox>
@@ -12,10 +13,10 @@
 namespace quirepad {
 namespace {
 
-const QString kAirPrint = QStringLiteral("enable_airprinter");
-const QString kFeed = QStringLiteral("HTTPServer_enabled");
-const QString kFeedEverywhere = QStringLiteral("HTTPServer_bind_all");
-const QString kFeedPort = QStringLiteral("HTTPServer_serverPort");
+const QString& kAirPrint = SettingKey::EnableAirPrinter;
+const QString& kFeed = SettingKey::HttpEnabled;
+const QString& kFeedEverywhere = SettingKey::HttpBindAll;
+const QString& kFeedPort = SettingKey::HttpPort;
 
 } // namespace
 
@@ -42,6 +43,7 @@ NetworkSettingsBox::NetworkSettingsBox(QWidget* parent)
     form->addRow(QString(), m_feedEverywhere);
     m_feedPort = new QSpinBox(this);
     m_feedPort->setRange(1024, 65535);
+    m_feedPort->setMaximumWidth(90);
     form->addRow(tr("Port:"), m_feedPort);
     m_feedAddress = new QLabel(this);
     m_feedAddress->setOpenExternalLinks(true);
@@ -79,8 +81,8 @@ void NetworkSettingsBox::readSettings()
 
 void NetworkSettingsBox::showStatus(const QString& feedUrl, const QString& airPrintState)
 {
-    m_feedAddress->setText(feedUrl.isEmpty() ? tr("not serving")
-                                             : QStringLiteral("<a href=\"%1\">%1</a>").arg(feedUrl.toHtmlEscaped()));
+    m_feedAddress->setText(
+        feedUrl.isEmpty() ? tr("not serving") : QStringLiteral("<a href=\"%1\">%1</a>").arg(feedUrl.toHtmlEscaped()));
     m_airPrintState->setText(airPrintState);
 }
 

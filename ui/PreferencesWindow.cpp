@@ -40,6 +40,7 @@ PreferencesWindow::PreferencesWindow(MainAppDelegateBase& delegate, QWidget* par
     m_sections->setSpacing(3);
     m_sections->viewport()->setAutoFillBackground(false);
     m_sections->setFixedWidth(170);
+    m_sections->setStyleSheet(QStringLiteral("QListWidget::item { padding: 6px 4px; }"));
     m_sections->addItem(new QListWidgetItem(QIcon::fromTheme(QStringLiteral("printer")), tr("Destinations")));
     m_sections->addItem(new QListWidgetItem(QIcon::fromTheme(QStringLiteral("preferences-system")), tr("General")));
     sideLayout->addWidget(m_sections, 1);

@@ -245,11 +245,14 @@ private slots:
         QTest::keyClicks(pattern, "%x");
         QVERIFY(!m_window->destinationsPage()->form()->message(DestinationForm::Pattern).isEmpty());
         keep("preferences-invalid.png");
+        QTest::keyClick(pattern, Qt::Key_Backspace);
+        QTest::keyClick(pattern, Qt::Key_Backspace); // valid again: leaving does not ask
     }
 
     void readerDestination()
     {
         showFirst("K");
+        QCOMPARE(m_window->destinationsPage()->selectedItem()->type(), QStringLiteral("K"));
         keep("preferences-ereader.png");
     }
 
