@@ -258,6 +258,35 @@ private slots:
         QCOMPARE(page()->selectedItem()->name(), QStringLiteral("Invoices 2"));
     }
 
+    void duplicateComesRightAfter()
+    {
+        DestinationItem* original =
+            m_fx.context().firstEntity("Destination", Predicate::equals("recid", "open_in_preview"));
+        page()->select(original);
+        page()->duplicateButton()->click();
+        DestinationItem* copy = page()->selectedItem();
+        QCOMPARE(copy->name(), QStringLiteral("Open in Preview copy"));
+        QVERIFY(copy->recid() != original->recid());
+        QCOMPARE(copy->config(), original->config());
+        QCOMPARE(names().indexOf("Open in Preview copy"), names().indexOf("Open in Preview") + 1);
+        QVERIFY(!m_fx.context().hasChanges());
+    }
+
+    // What a command forwarded to the running instance changes in the store
+    // shows in the open window.
+    void storeChangesShow()
+    {
+        DestinationItem* item = DestinationTemplates(m_fx.context()).createDestination("F", "From the shell");
+        QVERIFY(names().contains("From the shell"));
+        page()->select(item);
+        item->setValue("config.output_dir", QUrl::fromLocalFile(m_fx.root.filePath("home/Elsewhere/")).toString());
+        QCOMPARE(form()->lineEdit(DestinationForm::Folder)->text(), QStringLiteral("~/Elsewhere"));
+        m_fx.context().deleteObject(item);
+        QVERIFY(!names().contains("From the shell"));
+        QVERIFY(page()->selectedItem());
+        QCOMPARE(form()->item(), page()->selectedItem());
+    }
+
     void exportAndImportThroughTheChoosers()
     {
         DestinationItem* scans = add("F");
