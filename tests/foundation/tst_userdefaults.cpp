@@ -1,7 +1,9 @@
 #include "TestRegistry.h"
 
 #include "foundation/PlistReader.h"
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
+#include "foundation/pathvars.h"
 
 #include <QFile>
 #include <QSettings>
@@ -25,8 +27,10 @@ QString writeFile(const QTemporaryDir& dir, const QString& name, const QByteArra
 QByteArray plist(const QByteArray& body)
 {
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-        "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-        "<plist version=\"1.0\">" + body + "</plist>\n";
+           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+           "<plist version=\"1.0\">"
+        + body + "</plist>\n";
 }
 
 } // namespace
@@ -39,16 +43,17 @@ private slots:
     void plistValuesKeepTheirTypes()
     {
         QTemporaryDir dir;
-        const QString path = writeFile(dir, "types.plist", plist("<dict>\n"
-        "            <key>flag</key><true/>\n"
-        "            <key>count</key><integer>-3</integer>\n"
-        "            <key>ratio</key><real>0.5</real>\n"
-        "            <key>name</key><string>Zoë</string>\n"
-        "            <key>blob</key><data>AAEC</data>\n"
-        "            <key>when</key><date>2001-01-01T00:01:00Z</date>\n"
-        "            <key>list</key><array><string>a</string><integer>2</integer></array>\n"
-        "            <key>nested</key><dict><key>k</key><string>v</string></dict>\n"
-        "        </dict>"));
+        const QString path = writeFile(dir, "types.plist",
+            plist("<dict>\n"
+                  "            <key>flag</key><true/>\n"
+                  "            <key>count</key><integer>-3</integer>\n"
+                  "            <key>ratio</key><real>0.5</real>\n"
+                  "            <key>name</key><string>Zoë</string>\n"
+                  "            <key>blob</key><data>AAEC</data>\n"
+                  "            <key>when</key><date>2001-01-01T00:01:00Z</date>\n"
+                  "            <key>list</key><array><string>a</string><integer>2</integer></array>\n"
+                  "            <key>nested</key><dict><key>k</key><string>v</string></dict>\n"
+                  "        </dict>"));
         const QVariantMap map = PlistReader::dictionaryFromFile(path);
         QCOMPARE(map.value("flag").typeId(), int(QMetaType::Bool));
         QCOMPARE(map.value("flag").toBool(), true);
@@ -84,11 +89,11 @@ private slots:
     {
         QTemporaryDir dir;
         UserDefaults defaults(dir.filePath("settings.conf"));
-        defaults.registerDefaults({{"show_menubar_icon", true}, {"maxcount", 5}});
+        defaults.registerDefaults({ { SettingKey::ShowMenubarIcon, true }, { SettingKey::Maxcount, 5 } });
         QVERIFY(defaults.registerDefaultsFromFile(
             writeFile(dir, "Defaults.plist", plist("<dict><key>maxcount</key><integer>7</integer></dict>"))));
-        QCOMPARE(defaults.integerValue("maxcount"), 7);
-        QCOMPARE(defaults.boolValue("show_menubar_icon"), true);
+        QCOMPARE(defaults.integerValue(SettingKey::Maxcount), 7);
+        QCOMPARE(defaults.boolValue(SettingKey::ShowMenubarIcon), true);
     }
 
     void applicationDefaultsFromStagedResources()
@@ -96,23 +101,45 @@ private slots:
         QTemporaryDir dir;
         UserDefaults defaults(dir.filePath("settings.conf"));
         defaults.registerApplicationDefaults();
-        QCOMPARE(defaults.boolValue("show_menubar_icon"), true);
-        QCOMPARE(defaults.integerValue("maxcount"), 5);
-        // Present in the shipped Defaults.plist, and off.
+        QCOMPARE(defaults.boolValue(SettingKey::ShowMenubarIcon), true);
+        QCOMPARE(defaults.integerValue(SettingKey::Maxcount), 5);
         // Every optional feature ships off, destinations empty, the page
-        // server on loopback at a port the system picks, unpublished.
-        const QVariantMap registered = defaults.registeredDefaults();
-        for (const char* key : {"disable_all_displaynotifications", "force_intro_window", "enable_airprinter",
-                                "HTTPServer_bind_all"}) {
-            QVERIFY2(registered.contains(key), key);
-            QCOMPARE(defaults.boolValue(key), false);
+        // server on loopback at its port, unpublished.
+        for (const QString& key : { SettingKey::DisableNotifications, SettingKey::ForceIntroWindow,
+                 SettingKey::EnableAirPrinter, SettingKey::HttpBindAll })
+            QCOMPARE(defaults.value(key), QVariant(false));
+        for (const QString& key : { SettingKey::DestinationName, SettingKey::RemoteDestinationName,
+                 SettingKey::ScreenshotDestinationName, SettingKey::HttpServiceName, SettingKey::HttpServiceType })
+            QCOMPARE(defaults.value(key), QVariant(QString()));
+        QCOMPARE(defaults.integerValue(SettingKey::HttpPort), 8631);
+    }
+
+    // The shipped Defaults.plist and the settings table say the same: every
+    // key of the file is in the table with its type and default, and every
+    // other key of the table is registered with the table's default.
+    void settingsTableAgreesWithTheShippedDefaults()
+    {
+        const QString shippedFile = f(QStringLiteral("${APP_RESOURCES}/Defaults.plist"));
+        const QVariantMap shipped = PlistReader::dictionaryFromFile(shippedFile);
+        QVERIFY2(!shipped.isEmpty(), qPrintable(shippedFile));
+        for (auto it = shipped.cbegin(); it != shipped.cend(); ++it) {
+            const SettingDefinition* setting = SettingsSchema::find(it.key());
+            QVERIFY2(setting, qPrintable(it.key() + " is not in the settings table"));
+            QVERIFY2(SettingsSchema::accepts(*setting, it.value()), qPrintable(it.key() + " has another type"));
+            QVERIFY2(SettingsSchema::accepts(*setting, setting->defaultValue), qPrintable(it.key()));
+            QCOMPARE(SettingsSchema::displayText(it.value()), SettingsSchema::displayText(setting->defaultValue));
         }
-        for (const char* key : {"destination_name", "remote_destination_name", "screenshot_destination_name",
-                                "HTTPServer_serviceName", "HTTPServer_serviceType"}) {
-            QVERIFY2(registered.contains(key), key);
-            QCOMPARE(defaults.stringValue(key), QString());
+        QTemporaryDir dir;
+        UserDefaults defaults(dir.filePath("settings.conf"));
+        defaults.registerApplicationDefaults();
+        for (const SettingDefinition& setting : SettingsSchema::all()) {
+            if (shipped.contains(setting.key))
+                continue;
+            const QVariant registered = defaults.value(setting.key);
+            QVERIFY2(registered.isValid(), qPrintable(setting.key + " is not registered"));
+            QCOMPARE(registered.typeId(), setting.defaultValue.typeId());
+            QCOMPARE(SettingsSchema::displayText(registered), SettingsSchema::displayText(setting.defaultValue));
         }
-        QCOMPARE(defaults.integerValue("HTTPServer_serverPort"), 8631);
     }
 
     void registrationIsNeverWritten()
@@ -121,12 +148,13 @@ private slots:
         const QString file = dir.filePath("settings.conf");
         {
             UserDefaults defaults(file);
-            defaults.registerDefaults({{"maxcount", 5}, {"destination_name", "Copy to Desktop"}});
-            defaults.setValue("destination_name", "Mine");
+            defaults.registerDefaults(
+                { { SettingKey::Maxcount, 5 }, { SettingKey::DestinationName, "Copy to Desktop" } });
+            defaults.setValue(SettingKey::DestinationName, "Mine");
             defaults.sync();
         }
         QSettings stored(file, QSettings::IniFormat);
-        QCOMPARE(stored.allKeys(), QStringList{"destination_name"});
+        QCOMPARE(stored.allKeys(), QStringList { SettingKey::DestinationName });
     }
 
     void storedValuesOverlayRegisteredOnes_data()
@@ -151,7 +179,7 @@ private slots:
         }
         // A fresh instance reads the text back and types it like the default.
         UserDefaults reader(file);
-        reader.registerDefaults({{"key", registered}});
+        reader.registerDefaults({ { "key", registered } });
         QCOMPARE(reader.value("key"), stored);
         QCOMPARE(reader.dictionaryRepresentation().value("key"), stored);
         reader.remove("key");
