@@ -260,8 +260,8 @@ private slots:
 
     void duplicateComesRightAfter()
     {
-        DestinationItem* original =
-            m_fx.context().firstEntity("Destination", Predicate::equals("recid", "open_in_preview"));
+        DestinationItem* original
+            = m_fx.context().firstEntity("Destination", Predicate::equals("recid", "open_in_preview"));
         page()->select(original);
         page()->duplicateButton()->click();
         DestinationItem* copy = page()->selectedItem();

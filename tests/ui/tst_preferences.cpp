@@ -21,6 +21,7 @@
 #include <QLineEdit>
 #include <QListView>
 #include <QMenu>
+#include <QProcess>
 #include <QPushButton>
 #include <QSet>
 #include <QSpinBox>
@@ -137,6 +138,28 @@ private slots:
             other.sync();
             QTRY_COMPARE(follow->isChecked(), value);
         }
+    }
+
+    // The command line's `defaults write`, run while the window is open.
+    void commandLineWriteIsShown()
+    {
+        const QString program = QCoreApplication::applicationDirPath() + "/quirepad";
+        if (!QFileInfo(program).isExecutable())
+            QSKIP("the quirepad executable is not built beside the tests");
+        m_window.reset();
+        UserDefaults::setStandard(std::make_unique<UserDefaults>()); // ~/.config/Quirepad, as the command uses
+        UserDefaults::standard().setValue(SettingKey::FollowMouse, true);
+        UserDefaults::standard().sync();
+        m_window = std::make_unique<PreferencesWindow>(*m_fx.delegate);
+        m_window->present();
+        QCheckBox* follow = general()->followMouseSwitch();
+        QVERIFY(follow->isChecked());
+        QProcess command;
+        command.start(program, { "defaults", "write", "follow_mouse", "no" });
+        QVERIFY(command.waitForFinished(60000));
+        QVERIFY2(command.exitCode() == 0, command.readAllStandardError().constData());
+        QTRY_VERIFY(!follow->isChecked());
+        QVERIFY(!UserDefaults::standard().boolValue(SettingKey::FollowMouse));
     }
 
     void driverInstall()
