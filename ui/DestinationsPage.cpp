@@ -14,6 +14,7 @@
 
 #include <QDir>
 #include <QHBoxLayout>
+#include <QLineEdit>
 #include <QListView>
 #include <QMenu>
 #include <QPushButton>
@@ -207,6 +208,9 @@ DestinationItem* DestinationsPage::addDestination(const QString& typeLetter)
     save();
     m_model->reload();
     select(item);
+    // The name is the first thing to make one's own.
+    m_form->lineEdit(DestinationForm::Name)->setFocus();
+    m_form->lineEdit(DestinationForm::Name)->selectAll();
     emit destinationsChanged();
     return item;
 }
