@@ -19,6 +19,8 @@ PACKAGES=(
     ksh
     # desktop services under test: a private D-Bus, a virtual display
     dbus xvfb xauth fonts-dejavu-core
+    # a notification daemon whose popups the pictures show
+    dunst
     # PDF work: compression, keywords, the sample workflows
     ghostscript qpdf libqpdf-dev poppler-utils
     # printing: the CUPS backend and its scheduler, IPP tools, the
@@ -45,6 +47,8 @@ PACKAGES=(
     # validators of the desktop entry and the AppStream file, the Debian
     # package's library dependencies (dpkg-shlibdeps)
     librsvg2-bin desktop-file-utils appstream file dpkg-dev
+    # the manual page checked for roff warnings
+    groff-base
 )
 
 missing=()
