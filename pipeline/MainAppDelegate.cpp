@@ -342,7 +342,7 @@ void MainAppDelegate::notifyBatchEnd(int total, int delivered, const QStringList
     notification.title = tr("%1 of %2 documents delivered").arg(delivered).arg(total);
     const int kept = total - delivered;
     if (kept > 0) {
-        notification.text = tr("%n document(s) wait in the queue.", nullptr, kept);
+        notification.text = kept == 1 ? tr("1 document waits in the queue.") : tr("%1 documents wait in the queue.").arg(kept);
         const QPointer<MainAppDelegate> self(this);
         notification.actions << Notification::Action{QStringLiteral("queue"), tr("Show Queue"), [self] {
                                                          if (self)

@@ -4,12 +4,16 @@
 #include "foundation/dialogs.h"
 #include "pipeline/DriverInstaller.h"
 #include "ui/DestinationPanel.h"
+#include "pipeline/JobQueue.h"
+#include "ui/MainWindow.h"
+#include "ui/QueueWindow.h"
 #include "ui/NetworkSettingsBox.h"
 #include "ui/PanelDestinationChooser.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusMenu.h"
 
 #include <QInputDialog>
+#include <QSystemTrayIcon>
 #include <QLineEdit>
 #include <QUrl>
 #include "ui/FilterEditor.h"
@@ -22,6 +26,8 @@ ApplicationShell::ApplicationShell(MainAppDelegate& delegate, QObject* parent)
     , m_delegate(delegate)
     , m_panel(std::make_unique<DestinationPanel>(delegate))
     , m_statusMenu(std::make_unique<StatusMenu>(delegate))
+    , m_jobQueue(std::make_unique<JobQueue>(delegate))
+    , m_trayAvailable([] { return QSystemTrayIcon::isSystemTrayAvailable(); })
 {
     m_delegate.setDestinationChooser(std::make_unique<PanelDestinationChooser>(*m_panel));
 
@@ -36,12 +42,74 @@ ApplicationShell::ApplicationShell(MainAppDelegate& delegate, QObject* parent)
     connect(m_statusMenu.get(), &StatusMenu::filtersRequested, this, &ApplicationShell::showFilterEditor);
     connect(m_statusMenu.get(), &StatusMenu::quitRequested, this, &ApplicationShell::quitRequested);
     connect(m_statusMenu.get(), &StatusMenu::webPageRequested, this, &ApplicationShell::askForWebPage);
+    connect(m_statusMenu.get(), &StatusMenu::queueRequested, this, &ApplicationShell::showQueue);
+    connect(&m_delegate, &MainAppDelegate::queueRequested, this, &ApplicationShell::showQueue);
+    // The panel names the document it asks about.
+    connect(&m_delegate, &MainAppDelegate::currentFileInfoChanged, this, [this](const QVariantMap& info) {
+        if (!info.isEmpty())
+            m_panel->setDocumentTitle(info.value(QStringLiteral("title")).toString());
+    });
     m_statusMenu->applySettings();
+}
+
+void ApplicationShell::startTrayOrWindow()
+{
+    m_hadTray = m_trayAvailable();
+    if (!m_hadTray)
+        showMainWindow();
+    // Qt tells nothing when a tray host comes or goes: looked at now and then.
+    m_trayWatch.setInterval(5000);
+    m_trayWatch.callOnTimeout(this, &ApplicationShell::checkTray);
+    m_trayWatch.start();
+}
+
+void ApplicationShell::checkTray()
+{
+    const bool tray = m_trayAvailable();
+    if (tray == m_hadTray)
+        return;
+    m_hadTray = tray;
+    if (tray) {
+        // The icon takes over; the window goes where a closed window goes.
+        m_statusMenu->applySettings();
+        if (m_mainWindow) {
+            m_mainWindow->setTrayAvailable(true);
+            m_mainWindow->hide();
+        }
+    } else {
+        showMainWindow();
+    }
+}
+
+void ApplicationShell::showMainWindow()
+{
+    if (!m_mainWindow) {
+        m_mainWindow = std::make_unique<MainWindow>(m_delegate, *m_jobQueue);
+        connect(m_mainWindow.get(), &MainWindow::queueRequested, this, &ApplicationShell::showQueue);
+        connect(m_mainWindow.get(), &MainWindow::preferencesRequested, this, &ApplicationShell::showPreferences);
+        connect(m_mainWindow.get(), &MainWindow::quitRequested, this, &ApplicationShell::quitRequested);
+        connect(m_statusMenu.get(), &StatusMenu::statusChanged, m_mainWindow.get(), &MainWindow::setStatus);
+        m_mainWindow->setStatus(m_statusMenu->statusText());
+    }
+    m_mainWindow->setTrayAvailable(m_hadTray);
+    m_mainWindow->refreshSummary();
+    m_mainWindow->showNormal();
+    m_mainWindow->raise();
+    m_mainWindow->activateWindow();
+}
+
+void ApplicationShell::showQueue()
+{
+    if (!m_queueWindow)
+        m_queueWindow = std::make_unique<QueueWindow>(m_delegate, *m_jobQueue);
+    m_queueWindow->present();
 }
 
 ApplicationShell::~ApplicationShell()
 {
     m_delegate.setDestinationChooser(nullptr); // before the panel it asks through goes
+    m_queueWindow.reset();
+    m_mainWindow.reset(); // both before the queue they show
 }
 
 void ApplicationShell::showPreferences()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -9,7 +10,10 @@
 namespace quirepad {
 
 class DestinationPanel;
+class JobQueue;
 class MainAppDelegate;
+class MainWindow;
+class QueueWindow;
 class PreferencesWindow;
 class StatusMenu;
 class WorkflowEditor;
@@ -31,6 +35,19 @@ public:
     PreferencesWindow* preferencesWindow() const { return m_preferences.get(); }
     WorkflowEditor* pluginEditor() const { return m_pluginEditor.get(); }
     WorkflowEditor* filterEditor() const { return m_filterEditor.get(); }
+    JobQueue& jobQueue() const { return *m_jobQueue; }
+    QueueWindow* queueWindow() const { return m_queueWindow.get(); }
+    MainWindow* mainWindow() const { return m_mainWindow.get(); }
+
+    // Puts the icon in the tray, or, where the desktop has no tray, opens
+    // the main window instead; follows the tray coming and going.
+    void startTrayOrWindow();
+    // Tests decide whether a tray is there.
+    void setTrayProbe(std::function<bool()> probe) { m_trayAvailable = std::move(probe); }
+    // Looks at the tray again (also done every few seconds).
+    void checkTray();
+    void showQueue();
+    void showMainWindow();
 
     void showPreferences();
     // The user's plugin or filter workflows.
@@ -62,6 +79,12 @@ private:
     std::unique_ptr<WorkflowEditor> m_pluginEditor;   // made on first use
     std::unique_ptr<WorkflowEditor> m_filterEditor;   // made on first use
     std::function<std::pair<QString, QString>()> m_networkStatus;
+    std::unique_ptr<JobQueue> m_jobQueue;
+    std::unique_ptr<QueueWindow> m_queueWindow; // made on first use
+    std::unique_ptr<MainWindow> m_mainWindow;   // made when there is no tray
+    std::function<bool()> m_trayAvailable;
+    QTimer m_trayWatch;
+    bool m_hadTray = false;
 };
 
 } // namespace quirepad

@@ -118,6 +118,18 @@ QString DestinationPanel::chooseDestination()
     return m_pluginName;
 }
 
+void DestinationPanel::setDocumentTitle(const QString& title)
+{
+    m_documentTitle = title;
+    setWindowTitle(title.isEmpty() ? QStringLiteral("Quirepad") : tr("Quirepad — %1").arg(title));
+    update();
+}
+
+QString DestinationPanel::headerText() const
+{
+    return m_documentTitle.isEmpty() ? tr("Where does it go?") : tr("Where does “%1” go?").arg(m_documentTitle);
+}
+
 void DestinationPanel::buildList()
 {
     QVariantList items;
@@ -232,6 +244,15 @@ void DestinationPanel::paintEvent(QPaintEvent*)
     painter.fillPath(path, palette().color(QPalette::Window));
     painter.setPen(QPen(palette().color(QPalette::Mid), 1));
     painter.drawPath(path);
+    // The header: which document the panel asks about, in the top margin.
+    QFont font = painter.font();
+    font.setBold(true);
+    painter.setFont(font);
+    painter.setPen(palette().color(QPalette::WindowText));
+    const int right = m_preferencesButton->geometry().left() - 4;
+    const QRect header(14, 0, qMax(0, right - 14), kMargin / 2 + 2);
+    painter.drawText(header, Qt::AlignLeft | Qt::AlignVCenter,
+                     painter.fontMetrics().elidedText(headerText(), Qt::ElideMiddle, header.width()));
 }
 
 } // namespace quirepad

@@ -31,6 +31,9 @@ public:
     ~DestinationPanel() override;
 
     QString chooseDestination();
+    // The document asked about, named in the panel's header.
+    void setDocumentTitle(const QString& title);
+    QString headerText() const;
 
     // The item's button: sets the answer to the sender's title and ends the session.
     void selectDestination(QObject* sender);
@@ -76,6 +79,7 @@ private:
     QVariantList m_destnationList;
     DestinationPanelView* m_destinationView = nullptr; // child
     QString m_pluginName;
+    QString m_documentTitle;
 
     MainAppDelegateBase& m_delegate;
     QToolButton* m_preferencesButton = nullptr; // child

@@ -33,6 +33,7 @@ StatusMenu::StatusMenu(MainAppDelegate& delegate, QObject* parent)
     m_menu->addAction(tr("Take Screenshot"), this, later([this] { m_delegate.takeScreenShot(); }));
     m_menu->addAction(tr("Print Web Page…"), this, later([this] { emit webPageRequested(); }));
     m_menu->addSeparator();
+    m_menu->addAction(tr("Queue…"), this, [this] { emit queueRequested(); });
     m_menu->addAction(tr("Retry"), this, later([this] { m_delegate.retryAgrain(); }));
     // Stop must get in while a batch waits, so it acts at once.
     m_stopAction = m_menu->addAction(tr("Stop"), this, [this] { m_delegate.stopProcessing(); });
@@ -54,7 +55,15 @@ StatusMenu::StatusMenu(MainAppDelegate& delegate, QObject* parent)
     });
     // The count follows the pipeline's own reports, so a long batch does
     // not list the spool once per job.
-    connect(&m_delegate, &MainAppDelegate::runningChanged, this, &StatusMenu::showStatus);
+    connect(&m_delegate, &MainAppDelegate::runningChanged, this, [this](bool running) {
+        if (!running)
+            m_progressText.clear();
+        showStatus();
+    });
+    connect(&m_delegate, &MainAppDelegate::batchProgress, this, [this](int number, int total, const QString& title) {
+        m_progressText = tr("Delivering %1 of %2: %3").arg(number).arg(total).arg(title);
+        showStatus();
+    });
     connect(&m_delegate, &MainAppDelegate::spoolScanned, this, [this](int remoteJobs, int localJobs) {
         if (m_delegate.running())
             return; // a scan inside a batch lists nothing
@@ -124,7 +133,9 @@ void StatusMenu::showStatus()
 {
     const bool busy = m_delegate.running();
     QString text;
-    if (busy && !m_currentTitle.isEmpty())
+    if (busy && !m_progressText.isEmpty())
+        text = m_progressText;
+    else if (busy && !m_currentTitle.isEmpty())
         text = tr("Delivering “%1”").arg(m_currentTitle);
     else if (busy)
         text = tr("Delivering");
@@ -144,6 +155,7 @@ void StatusMenu::showStatus()
     m_stopAction->setEnabled(busy);
     m_tray->setToolTip(QStringLiteral("Quirepad\n") + m_statusText);
     m_tray->setIcon(statusIcon(busy, m_waiting));
+    emit statusChanged(m_statusText);
 }
 
 QIcon StatusMenu::statusIcon(bool busy, int waiting)

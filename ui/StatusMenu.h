@@ -45,8 +45,14 @@ public:
     // when jobs wait.
     static QIcon statusIcon(bool busy, int waiting);
 
+    // While a long batch runs: "Delivering 4 of 12: Quarterly plan".
+    QString progressText() const { return m_progressText; }
+
 signals:
     void preferencesRequested();
+    void queueRequested();
+    // The status changed (the no-tray window shows it too).
+    void statusChanged(const QString& status);
     // The user wants a web page printed (asks for its address).
     void webPageRequested();
     void pluginsRequested();
@@ -66,6 +72,7 @@ private:
     QList<QAction*> m_destinationActions;   // owned by the menu
     QString m_statusText;
     QString m_currentTitle;
+    QString m_progressText;
     int m_waiting = 0;
 };
 
