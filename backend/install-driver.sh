@@ -34,6 +34,9 @@
 #   --no-queue           install the files only; leave the CUPS queues alone.
 #   --destdir DIR        install under DIR instead of / (packaging, tests);
 #                        implies --no-queue.
+#   --remove-queue       remove the queue (when the scheduler runs) and the
+#                        policy "quirepad" from the configuration (see
+#                        --cupsd-conf); installs nothing and leaves the files.
 #   -h, --help           this text.
 set -euo pipefail
 
@@ -53,6 +56,7 @@ cupsd_conf=/etc/cups/cupsd.conf
 share=0
 make_queue=1
 destdir=
+remove_queue=0
 while [ $# -gt 0 ]; do
     case $1 in
     --shared-dir)
@@ -84,6 +88,10 @@ while [ $# -gt 0 ]; do
         make_queue=0
         shift 2
         ;;
+    --remove-queue)
+        remove_queue=1
+        shift
+        ;;
     -h | --help)
         usage
         exit 0
@@ -103,90 +111,6 @@ shared_dir=${shared_dir%/}
 [ -n "$shared_dir" ] || die "--shared-dir must not be /"
 
 [ "$(id -u)" -eq 0 ] || die "must run as root (try: sudo $0 $*)"
-
-here=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
-backend_src=$here/quirepad
-ppd_src=$here/quirepad.ppd
-[ -f "$backend_src" ] && [ -x "$backend_src" ] || die "the backend is missing beside this script: $backend_src"
-[ -f "$ppd_src" ] || die "the PPD is missing beside this script: $ppd_src"
-
-backend_dst=$destdir/usr/lib/cups/backend/quirepad
-ppd_dst=$destdir/usr/share/ppd/quirepad/quirepad.ppd
-shared=$destdir$shared_dir
-spool=$shared/quirepad_spool
-
-# The backend runs as root only when it is not readable by others (see
-# `man backend`): root is needed to hand each job to its user.
-install -d -o root -g root -m 0755 "$(dirname "$backend_dst")"
-install -o root -g root -m 0700 "$backend_src" "$backend_dst"
-say "backend installed: $backend_dst (root:root 0700)"
-
-install -d -o root -g root -m 0755 "$(dirname "$ppd_dst")"
-install -o root -g root -m 0644 "$ppd_src" "$ppd_dst"
-say "PPD installed: $ppd_dst"
-
-# Sticky and writable by everyone, like /tmp: every user's Quirepad removes
-# its own jobs and nobody else's. A folder that is already there must be
-# root's: one that another user made first would let that user rename or
-# remove everybody's jobs.
-for dir in "$shared" "$spool"; do
-    if [ -L "$dir" ] || { [ -e "$dir" ] && [ ! -d "$dir" ]; }; then
-        die "$dir exists and is not a folder; remove it and run this again"
-    fi
-    if [ -d "$dir" ] && [ "$(stat -c %u "$dir")" != 0 ]; then
-        die "$dir belongs to $(stat -c %U "$dir"), not to root; remove it and run this again"
-    fi
-    install -d -o root -g root -m 1777 "$dir"
-    chmod 1777 "$dir"
-done
-say "shared folder ready: $shared (1777), spool: $spool (1777)"
-
-# The trigger files are root's: whoever made them first would decide what
-# they are. A fresh file is made under a random name and renamed over
-# whatever stands at the name (a rename never follows a link).
-for trigger in "$shared/.quirepad_trigger_file_end" "$shared/.quirepad_trigger_file_start"; do
-    if [ -f "$trigger" ] && [ ! -L "$trigger" ] && [ "$(stat -c %u:%h "$trigger")" = 0:1 ]; then
-        chmod 0777 "$trigger"
-    else
-        tmp=$(mktemp "$shared/.quirepad-trigger.XXXXXX")
-        chmod 0777 "$tmp"
-        mv -f -T -- "$tmp" "$trigger" || { rm -f -- "$tmp"; die "cannot replace $trigger; remove it and run this again"; }
-    fi
-done
-say "trigger files ready in $shared (root, 0777)"
-
-if [ -n "$cups_files_conf" ]; then
-    conf=$cups_files_conf
-    [ -f "$conf" ] || die "no such CUPS configuration file: $conf"
-    tmp=$(mktemp "$conf.XXXXXX")
-    grep -v '^[[:space:]]*SetEnv[[:space:]]\+QUIREPAD_SHARED_DIR[[:space:]]' "$conf" >"$tmp" || true
-    if [ "$shared_dir" != "$DEFAULT_SHARED_DIR" ]; then
-        printf 'SetEnv QUIREPAD_SHARED_DIR %s\n' "$shared_dir" >>"$tmp"
-    fi
-    if cmp -s "$tmp" "$conf"; then
-        rm -f -- "$tmp"
-        say "$conf already up to date"
-    else
-        chmod --reference="$conf" "$tmp"
-        chown --reference="$conf" "$tmp"
-        mv -f -- "$tmp" "$conf"
-        say "$conf updated; restart CUPS for it to take effect (systemctl restart cups)"
-    fi
-elif [ "$shared_dir" != "$DEFAULT_SHARED_DIR" ]; then
-    say "note: CUPS must pass QUIREPAD_SHARED_DIR=$shared_dir to the backend" \
-        "(SetEnv in cups-files.conf, see --cups-files-conf)"
-fi
-
-if [ "$make_queue" -eq 0 ]; then
-    say "queue left alone (--no-queue); done"
-    exit 0
-fi
-
-for tool in lpadmin cupsenable cupsaccept lpstat; do
-    command -v "$tool" >/dev/null 2>&1 || die "$tool not found: install the CUPS client programs (cups-client)"
-done
-[ "$(lpstat -r 2>/dev/null)" = "scheduler is running" ] \
-    || die "the CUPS scheduler is not running: start it (systemctl start cups) and run this again, or use --no-queue"
 
 # The policy of the private queue: like the stock default, but creating a
 # job needs a valid user, which local clients prove by their peer
@@ -272,6 +196,129 @@ install_policy() {
     say "policy \"quirepad\" written into $conf"
     reload_scheduler "$conf" || say "note: no running scheduler reads $conf; restart CUPS for the policy to take effect"
 }
+
+# Takes the queue and the policy away again; the files stay.
+remove_queue_and_policy() {
+    local conf=$cupsd_conf tmp
+    if scheduler_runs; then
+        if lpstat -v "$QUEUE" >/dev/null 2>&1; then
+            lpadmin -x "$QUEUE" || die "lpadmin could not remove $QUEUE"
+            say "queue $QUEUE removed"
+        fi
+    else
+        say "note: the CUPS scheduler is not running: remove the queue once it runs (lpadmin -x $QUEUE)"
+    fi
+    [ -f "$conf" ] && grep -q '^# quirepad-policy-begin' "$conf" || return 0
+    tmp=$(mktemp "$conf.XXXXXX")
+    sed '/^# quirepad-policy-begin/,/^# quirepad-policy-end/d' "$conf" >"$tmp"
+    chmod --reference="$conf" "$tmp"
+    chown --reference="$conf" "$tmp"
+    mv -f -- "$tmp" "$conf"
+    say "policy \"quirepad\" removed from $conf"
+    reload_scheduler "$conf" || true
+}
+
+# lpstat's answer is translated: ask in the C locale.
+scheduler_runs() { [ "$(LC_ALL=C lpstat -r 2>/dev/null)" = "scheduler is running" ]; }
+
+if [ "$remove_queue" -eq 1 ]; then
+    remove_queue_and_policy
+    say "done"
+    exit 0
+fi
+
+here=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)
+backend_src=$here/quirepad
+ppd_src=$here/quirepad.ppd
+[ -f "$backend_src" ] && [ -x "$backend_src" ] || die "the backend is missing beside this script: $backend_src"
+[ -f "$ppd_src" ] || die "the PPD is missing beside this script: $ppd_src"
+
+backend_dst=$destdir/usr/lib/cups/backend/quirepad
+ppd_dst=$destdir/usr/share/ppd/quirepad/quirepad.ppd
+shared=$destdir$shared_dir
+spool=$shared/quirepad_spool
+
+# Installs $1 as $2 with mode $3, root's; leaves a file that is the same
+# already (the one a package installed) as it is.
+install_file() {
+    local src=$1 dst=$2 mode=$3
+    install -d -o root -g root -m 0755 "$(dirname "$dst")"
+    if [ -f "$dst" ] && [ ! -L "$dst" ] && [ "$(stat -c %u:%g:%a "$dst")" = "0:0:${mode#0}" ] && cmp -s "$src" "$dst"; then
+        return 0
+    fi
+    install -o root -g root -m "$mode" "$src" "$dst"
+}
+
+# The backend runs as root only when it is not readable by others (see
+# `man backend`): root is needed to hand each job to its user.
+install_file "$backend_src" "$backend_dst" 0700
+say "backend installed: $backend_dst (root:root 0700)"
+
+install_file "$ppd_src" "$ppd_dst" 0644
+say "PPD installed: $ppd_dst"
+
+# Sticky and writable by everyone, like /tmp: every user's Quirepad removes
+# its own jobs and nobody else's. A folder that is already there must be
+# root's: one that another user made first would let that user rename or
+# remove everybody's jobs.
+for dir in "$shared" "$spool"; do
+    if [ -L "$dir" ] || { [ -e "$dir" ] && [ ! -d "$dir" ]; }; then
+        die "$dir exists and is not a folder; remove it and run this again"
+    fi
+    if [ -d "$dir" ] && [ "$(stat -c %u "$dir")" != 0 ]; then
+        die "$dir belongs to $(stat -c %U "$dir"), not to root; remove it and run this again"
+    fi
+    install -d -o root -g root -m 1777 "$dir"
+    chmod 1777 "$dir"
+done
+say "shared folder ready: $shared (1777), spool: $spool (1777)"
+
+# The trigger files are root's: whoever made them first would decide what
+# they are. A fresh file is made under a random name and renamed over
+# whatever stands at the name (a rename never follows a link).
+for trigger in "$shared/.quirepad_trigger_file_end" "$shared/.quirepad_trigger_file_start"; do
+    if [ -f "$trigger" ] && [ ! -L "$trigger" ] && [ "$(stat -c %u:%h "$trigger")" = 0:1 ]; then
+        chmod 0777 "$trigger"
+    else
+        tmp=$(mktemp "$shared/.quirepad-trigger.XXXXXX")
+        chmod 0777 "$tmp"
+        mv -f -T -- "$tmp" "$trigger" || { rm -f -- "$tmp"; die "cannot replace $trigger; remove it and run this again"; }
+    fi
+done
+say "trigger files ready in $shared (root, 0777)"
+
+if [ -n "$cups_files_conf" ]; then
+    conf=$cups_files_conf
+    [ -f "$conf" ] || die "no such CUPS configuration file: $conf"
+    tmp=$(mktemp "$conf.XXXXXX")
+    grep -v '^[[:space:]]*SetEnv[[:space:]]\+QUIREPAD_SHARED_DIR[[:space:]]' "$conf" >"$tmp" || true
+    if [ "$shared_dir" != "$DEFAULT_SHARED_DIR" ]; then
+        printf 'SetEnv QUIREPAD_SHARED_DIR %s\n' "$shared_dir" >>"$tmp"
+    fi
+    if cmp -s "$tmp" "$conf"; then
+        rm -f -- "$tmp"
+        say "$conf already up to date"
+    else
+        chmod --reference="$conf" "$tmp"
+        chown --reference="$conf" "$tmp"
+        mv -f -- "$tmp" "$conf"
+        say "$conf updated; restart CUPS for it to take effect (systemctl restart cups)"
+    fi
+elif [ "$shared_dir" != "$DEFAULT_SHARED_DIR" ]; then
+    say "note: CUPS must pass QUIREPAD_SHARED_DIR=$shared_dir to the backend" \
+        "(SetEnv in cups-files.conf, see --cups-files-conf)"
+fi
+
+if [ "$make_queue" -eq 0 ]; then
+    say "queue left alone (--no-queue); done"
+    exit 0
+fi
+
+for tool in lpadmin cupsenable cupsaccept lpstat; do
+    command -v "$tool" >/dev/null 2>&1 || die "$tool not found: install the CUPS client programs (cups-client)"
+done
+scheduler_runs \
+    || die "the CUPS scheduler is not running: start it (systemctl start cups) and run this again, or use --no-queue"
 
 if [ "$share" -eq 1 ]; then
     queue_options=(-o printer-is-shared=true -o printer-op-policy=default)
