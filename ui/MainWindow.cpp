@@ -1,5 +1,6 @@
 #include "ui/MainWindow.h"
 
+#include "foundation/Shutdown.h"
 #include "pipeline/JobQueue.h"
 #include "pipeline/MainAppDelegate.h"
 #include "ui/StatusMenu.h"
@@ -99,14 +100,15 @@ void MainWindow::refreshSummary()
 
 void MainWindow::closeEvent(QCloseEvent* event)
 {
-    if (m_trayAvailable) {
-        QWidget::closeEvent(event); // the tray icon stays
+    // The user closing it (from the window manager) while no tray leads
+    // back to the program: it stays within reach, minimised, and printed
+    // jobs go on being delivered. Quitting closes it for good.
+    if (!m_trayAvailable && event->spontaneous() && !Shutdown::isRequested()) {
+        event->ignore();
+        showMinimized();
         return;
     }
-    // Nothing else on screen leads back to the program: it stays within
-    // reach, and printed jobs go on being delivered.
-    event->ignore();
-    showMinimized();
+    QWidget::closeEvent(event);
 }
 
 } // namespace quirepad

@@ -12,8 +12,8 @@ class MainAppDelegate;
 
 // The small window the program shows where the desktop has no tray to put
 // its icon in: what it is doing, how many jobs wait, and the commands the
-// tray menu would offer. Closing it minimises it while there is no tray,
-// so printed jobs go on being delivered; Quit ends the program.
+// tray menu would offer. The user closing it minimises it while there is
+// no tray, so printed jobs go on being delivered; Quit ends the program.
 class MainWindow : public QWidget
 {
     Q_OBJECT

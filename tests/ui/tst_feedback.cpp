@@ -222,8 +222,8 @@ private slots:
         QVERIFY(last.informative.contains("Quarterly plan"));
     }
 
-    // Where no tray can take the icon, a window stands in; closing it only
-    // minimises it; a tray that comes later takes over.
+    // Where no tray can take the icon, a window stands in; a tray that
+    // comes later takes over, and the window is back when it goes.
     void windowWithoutTray()
     {
         ApplicationShell shell(*m_fx.delegate);
@@ -243,14 +243,16 @@ private slots:
         QVERIFY(shell.queueWindow() && shell.queueWindow()->isVisible());
         QCOMPARE(shell.queueWindow()->table()->topLevelItemCount(), 1);
         QSignalSpy quit(&shell, &ApplicationShell::quitRequested);
-        window->close();
-        QVERIFY(window->isVisible()); // minimised, not gone
         click(window->quitButton());
         QCOMPARE(quit.size(), 1);
 
         tray = true;
         shell.checkTray();
         QVERIFY(!window->isVisible());
+        tray = false;
+        shell.checkTray();
+        QVERIFY(window->isVisible());
+        QVERIFY(window->close()); // as quitting closes every window
     }
 
     // The real notification service's view: the application's icon, the
