@@ -3,7 +3,6 @@
 #include "CommandClient.h"
 #include "CommandLine.h"
 #include "JobQueueCommands.h"
-#include "JobQueueCommands.h"
 #include "RequestRunner.h"
 #include "ScriptingService.h"
 #include "SingleInstance.h"
@@ -81,8 +80,6 @@ int runInstance(QCoreApplication& app, bool withWindows)
         session.setPreferencesHandler([&shell] { shell->showPreferences(); });
         setQueueWindowHandler([&shell] { shell->showQueue(); });
         shell->startTrayOrWindow(); // the tray icon, or a window where there is no tray
-        setQueueWindowHandler([&shell] { shell->showQueue(); });
-        shell->startTrayOrWindow(); // the tray icon, or a window where there is no tray
         QObject::connect(shell.get(), &ApplicationShell::quitRequested, &app, [&] {
             delegate.stopProcessing();
             if (delegate.applicationShouldTerminate() == MainAppDelegateBase::TerminateReply::Now)
@@ -146,7 +143,6 @@ int runInstance(QCoreApplication& app, bool withWindows)
         err.flush();
     });
     const int status = app.exec();
-    setQueueWindowHandler(nullptr);
     setQueueWindowHandler(nullptr);
     shell.reset();
     delegate.saveAction();
