@@ -1,5 +1,6 @@
 #include "TestFiles.h"
 #include "TestRegistry.h"
+#include "PictureFolder.h"
 #include "UiFixture.h"
 
 #include "foundation/QtDialogService.h"
@@ -22,19 +23,6 @@
 using namespace quirepad;
 using namespace quirepad::test;
 
-namespace {
-
-int distinctColours(const QImage& image)
-{
-    QSet<QRgb> colours;
-    for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x)
-            colours.insert(image.pixel(x, y));
-    return int(colours.size());
-}
-
-} // namespace
-
 // Pictures of the queue window with a job that stays, the window shown
 // without a tray, and a notification as dunst shows it; run under xvfb-run
 // with the xcb platform. Kept in QUIREPAD_SCREENSHOT_DIR.
@@ -43,21 +31,10 @@ class FeedbackPicturesTest : public QObject
     Q_OBJECT
 
     UiFixture m_fx;
-    QDir m_pictures;
+    PictureFolder m_pictures;
 
-    QImage grab(const QWidget& window) const
-    {
-        const QRect area = window.frameGeometry();
-        return QGuiApplication::primaryScreen()
-            ->grabWindow(0, area.x(), area.y(), area.width(), area.height())
-            .toImage();
-    }
-    void keep(const QImage& image, const QString& name)
-    {
-        QVERIFY2(distinctColours(image) > 20, qPrintable(name + " is blank"));
-        QVERIFY2(image.save(m_pictures.filePath(name)), qPrintable(m_pictures.filePath(name)));
-        qInfo().noquote() << "picture:" << m_pictures.filePath(name);
-    }
+    static QImage grab(const QWidget& window) { return PictureFolder::grab(window.frameGeometry()); }
+    void keep(const QImage& image, const QString& name) { m_pictures.keep(image, name, 20); }
     void spoolJob(const QString& title, const QByteArray& info)
     {
         const QString path = SpoolLocations::spoolDirectory() + user_name() + "-D3F2UG-" + title + ".pdf";
@@ -68,12 +45,9 @@ class FeedbackPicturesTest : public QObject
 private slots:
     void initTestCase()
     {
-        if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        if (!PictureFolder::available())
             QSKIP("needs an X server: run under xvfb-run with QT_QPA_PLATFORM=xcb");
-        const QString dir
-            = qEnvironmentVariable("QUIREPAD_SCREENSHOT_DIR", QDir::temp().filePath("quirepad-screenshots"));
-        QVERIFY(QDir().mkpath(dir));
-        m_pictures = QDir(dir);
+        QVERIFY(m_pictures.open());
         m_fx.setUpEnvironment();
         m_fx.start();
         QDir(SpoolLocations::spoolDirectory()).removeRecursively();

@@ -1,5 +1,6 @@
 #include "TestFiles.h"
 #include "TestRegistry.h"
+#include "PictureFolder.h"
 #include "UiFixture.h"
 
 #include "foundation/DesktopEntry.h"
@@ -190,19 +191,6 @@ private slots:
     }
 };
 
-namespace {
-
-int distinctColours(const QImage& image)
-{
-    QSet<QRgb> colours;
-    for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x)
-            colours.insert(image.pixel(x, y));
-    return int(colours.size());
-}
-
-} // namespace
-
 // Pictures of the preferences window on an X server (xvfb-run, xcb), kept
 // in QUIREPAD_SCREENSHOT_DIR.
 class PreferencesScreenshotTest : public QObject
@@ -211,15 +199,13 @@ class PreferencesScreenshotTest : public QObject
 
     UiFixture m_fx;
     std::unique_ptr<PreferencesWindow> m_window;
-    QDir m_pictures;
+    PictureFolder m_pictures;
 
     void keep(const QString& name)
     {
         QTest::qWait(200); // the window paints itself
         const QImage image = m_window->grab().toImage();
-        QVERIFY2(distinctColours(image) > 20, qPrintable(name));
-        QVERIFY2(image.save(m_pictures.filePath(name)), qPrintable(m_pictures.filePath(name)));
-        qInfo().noquote() << "picture:" << m_pictures.filePath(name);
+        m_pictures.keep(image, name, 20);
     }
     void showFirst(const QString& typeLetter)
     {
@@ -234,12 +220,9 @@ class PreferencesScreenshotTest : public QObject
 private slots:
     void initTestCase()
     {
-        if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        if (!PictureFolder::available())
             QSKIP("needs an X server: run under xvfb-run with QT_QPA_PLATFORM=xcb");
-        const QString dir
-            = qEnvironmentVariable("QUIREPAD_SCREENSHOT_DIR", QDir::temp().filePath("quirepad-screenshots"));
-        QVERIFY(QDir().mkpath(dir));
-        m_pictures = QDir(dir);
+        QVERIFY(m_pictures.open());
         m_fx.setUpEnvironment();
         m_fx.start();
         QVERIFY(QDir().mkpath(m_fx.root.filePath("home/Desktop")));

@@ -1,4 +1,5 @@
 #include "TestRegistry.h"
+#include "PictureFolder.h"
 #include "UiFixture.h"
 
 #include "ui/ApplicationShell.h"
@@ -15,15 +16,6 @@ using namespace quirepad;
 using namespace quirepad::test;
 
 namespace {
-
-int distinctColours(const QImage& image)
-{
-    QSet<QRgb> colours;
-    for (int y = 0; y < image.height(); ++y)
-        for (int x = 0; x < image.width(); ++x)
-            colours.insert(image.pixel(x, y));
-    return int(colours.size());
-}
 
 // Pixels of the area that differ from the colour at its corner.
 int markedPixels(const QImage& image, const QRect& area)
@@ -47,27 +39,17 @@ class ScreenshotTest : public QObject
 
     UiFixture m_fx;
     std::unique_ptr<ApplicationShell> m_shell;
-    QDir m_pictures;
+    PictureFolder m_pictures;
 
-    QImage grab(const QRect& area) const
-    {
-        QScreen* screen = QGuiApplication::primaryScreen();
-        return screen->grabWindow(0, area.x(), area.y(), area.width(), area.height()).toImage();
-    }
-    void keep(const QImage& image, const QString& name)
-    {
-        QVERIFY2(image.save(m_pictures.filePath(name)), qPrintable(m_pictures.filePath(name)));
-        qInfo().noquote() << "picture:" << m_pictures.filePath(name);
-    }
+    static QImage grab(const QRect& area) { return PictureFolder::grab(area); }
+    void keep(const QImage& image, const QString& name) { m_pictures.keep(image, name); }
 
 private slots:
     void initTestCase()
     {
-        if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        if (!PictureFolder::available())
             QSKIP("needs an X server: run under xvfb-run with QT_QPA_PLATFORM=xcb");
-        const QString dir = qEnvironmentVariable("QUIREPAD_SCREENSHOT_DIR", QDir::temp().filePath("quirepad-screenshots"));
-        QVERIFY(QDir().mkpath(dir));
-        m_pictures = QDir(dir);
+        QVERIFY(m_pictures.open());
         m_fx.setUpEnvironment();
         m_fx.start();
         m_shell = std::make_unique<ApplicationShell>(*m_fx.delegate);
@@ -97,7 +79,7 @@ private slots:
         keep(screen, "screen-with-panel.png");
         QCOMPARE(frame, QRect(640 - 148, 400 - 84, 296, 168));
         QCOMPARE(picture.size(), frame.size());
-        QVERIFY2(distinctColours(picture) > 20, "the panel is blank");
+        QVERIFY2(PictureFolder::distinctColours(picture) > 20, "the panel is blank");
         // Each of the two cells shows an icon and a title.
         for (int cell = 0; cell < 2; ++cell) {
             const QRect area(20 + cell * 128 + 4, 24, 120, 100);
@@ -117,7 +99,7 @@ private slots:
         keep(StatusMenu::statusIcon(false, 0).pixmap(64).toImage(), "tray-icon-idle.png");
         keep(StatusMenu::statusIcon(true, 3).pixmap(64).toImage(), "tray-icon-busy-3-waiting.png");
         QVERIFY(menu->actions().size() >= 11);
-        QVERIFY2(distinctColours(picture) > 20, "the menu is blank");
+        QVERIFY2(PictureFolder::distinctColours(picture) > 20, "the menu is blank");
         QVERIFY(picture.height() > 11 * 15); // a line per entry at least
     }
 };
