@@ -4,17 +4,16 @@
 
 namespace quirepad {
 
-AppSession::AppSession()
-    : m_delegate(std::make_unique<MainAppDelegate>())
-{
-}
+AppSession::AppSession() = default;
 
 AppSession::~AppSession() = default;
 
 MainAppDelegate& AppSession::delegate()
 {
-    if (!m_started) {
-        m_started = true;
+    // Made on first use: help and usage texts never touch the user's
+    // folders.
+    if (!m_delegate) {
+        m_delegate = std::make_unique<MainAppDelegate>();
         m_delegate->registerDefaults();
         m_delegate->awakeFromNib();
     }

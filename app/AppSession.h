@@ -46,11 +46,10 @@ public:
     void setNetworkServices(NetworkServices* network) { m_network = network; }
 
 private:
-    std::unique_ptr<MainAppDelegate> m_delegate;
+    std::unique_ptr<MainAppDelegate> m_delegate; // made on first use
     NetworkServices* m_network = nullptr;
     std::unique_ptr<WebCaptureClient> m_webCapture;
     DriverInstaller::Paths m_driverPaths;
-    bool m_started = false;
     bool m_isInstance = false;
     std::function<void()> m_showPreferences;
 };
