@@ -3,6 +3,7 @@
 #include "foundation/DesktopEntry.h"
 #include "foundation/DialogService.h"
 #include "foundation/ProcessRunner.h"
+#include "foundation/SettingsSchema.h"
 #include "foundation/TempArea.h"
 #include "foundation/safefile.h"
 #include "foundation/UserDefaults.h"
@@ -112,7 +113,7 @@ void MainAppDelegate::applicationDidFinishLaunching()
     if (!touch_file(start) || !file_exists(start))
         MYDisplayAlert(QStringLiteral("The Quirepad is not able to write to the shared directory. You may have to "
                                       "reinstall the Quirepad Print Driver."));
-    if (!m_inAgentMode && UserDefaults::standard().boolValue(QStringLiteral("force_intro_window")))
+    if (!m_inAgentMode && UserDefaults::standard().boolValue(SettingKey::ForceIntroWindow))
         qCInfo(lcSpool) << "the introduction window is asked for; it is shown by the desktop interface";
     m_workflows.refreshPluginList();
     if (!m_inAgentMode)
@@ -245,12 +246,12 @@ void MainAppDelegate::processAllFiles()
     if (!jobs.remote.isEmpty()) {
         if (jobs.remote.size() < kProgressFrom)
             MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files printed remotely"));
-        processPDFFiles(jobs.remote, defaults.stringValue(QStringLiteral("remote_destination_name")));
+        processPDFFiles(jobs.remote, defaults.stringValue(SettingKey::RemoteDestinationName));
     }
     if (!jobs.local.isEmpty()) {
         if (jobs.local.size() < kProgressFrom)
             MYDisplayNotification(QStringLiteral("Quirepad"), QStringLiteral("processing files"));
-        processPDFFiles(jobs.local, defaults.stringValue(QStringLiteral("destination_name")));
+        processPDFFiles(jobs.local, defaults.stringValue(SettingKey::DestinationName));
     }
     if (m_rerunTimer > 0 && m_rerunTimer < 10) {
         qCInfo(lcSpool).noquote() << QStringLiteral("try rerun in %1").arg(m_rerunTimer);
@@ -607,7 +608,7 @@ void MainAppDelegate::choosePDFFiles(const QString& destination)
 
 void MainAppDelegate::printDocuments(const QStringList& paths)
 {
-    const QString destination = UserDefaults::standard().stringValue(QStringLiteral("destination_name"));
+    const QString destination = UserDefaults::standard().stringValue(SettingKey::DestinationName);
     for (const QString& path : paths) {
         if (path_extension(path) == QLatin1String("pdf")) {
             processPDFFiles({path}, destination);
@@ -677,7 +678,7 @@ void MainAppDelegate::takeScreenShot()
 
 void MainAppDelegate::processScreenShop(const QString& path)
 {
-    processPDFFiles({path}, UserDefaults::standard().stringValue(QStringLiteral("screenshot_destination_name")));
+    processPDFFiles({path}, UserDefaults::standard().stringValue(SettingKey::ScreenshotDestinationName));
 }
 
 void MainAppDelegate::installCUPSSupport(bool force)
@@ -688,7 +689,7 @@ void MainAppDelegate::installCUPSSupport(bool force)
     if (!MYDisplayQuestion(QStringLiteral("The print driver is out of date,\n would you like to install it?"),
                            QStringLiteral("Yes"), QStringLiteral("No")))
         return;
-    UserDefaults::standard().setValue(QStringLiteral("force_intro_window"), true);
+    UserDefaults::standard().setValue(SettingKey::ForceIntroWindow, true);
     const int status = installer.install();
     if (status != 0)
         MYDisplayAlert(QStringLiteral("The print driver could not be installed.\nThe installer ended with status %1.")

@@ -1,5 +1,6 @@
 #include "ui/DestinationPanel.h"
 
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
 #include "store/DestinationItem.h"
 #include "store/ManagedObjectContext.h"
@@ -139,7 +140,7 @@ void DestinationPanel::buildList()
     }
 
     const UserDefaults& defaults = UserDefaults::standard();
-    qint64 maxcount = defaults.integerValue(QStringLiteral("maxcount"));
+    qint64 maxcount = defaults.integerValue(SettingKey::Maxcount);
     if (maxcount <= 0)
         maxcount = 5;
     const QSize size = panelSize(int(items.size()), int(maxcount));
@@ -147,7 +148,7 @@ void DestinationPanel::buildList()
     QRect frame(geometry().topLeft(), size);
     QVariantMap& context = m_delegate.applicationContext();
     const QVariant point = context.value(QStringLiteral("do_follow_mouse"));
-    const bool follow = defaults.boolValue(QStringLiteral("follow_mouse")) && point.canConvert<QPoint>();
+    const bool follow = defaults.boolValue(SettingKey::FollowMouse) && point.canConvert<QPoint>();
     if (follow) {
         const QPoint mouse = point.toPoint();
         frame.moveTopLeft(mouse - QPoint(size.width() / 2, size.height() / 2));

@@ -32,6 +32,13 @@ QGroupBox* group(const QString& title, QWidget* parent, QFormLayout** form)
     return box;
 }
 
+// The setting's own description from the settings table, as the tooltip.
+void describe(QWidget* widget, const QString& key)
+{
+    if (const SettingDefinition* setting = SettingsSchema::find(key))
+        widget->setToolTip(QStringLiteral("%1 (%2)").arg(setting->description, setting->key));
+}
+
 } // namespace
 
 GeneralSettingsPage::GeneralSettingsPage(DestinationListModel& destinations, QWidget* parent)
@@ -46,7 +53,9 @@ GeneralSettingsPage::GeneralSettingsPage(DestinationListModel& destinations, QWi
     layout->addWidget(group(tr("Printed Jobs"), this, &jobs));
     m_destination = new QComboBox(this);
     jobs->addRow(tr("Printed jobs go to:"), m_destination);
+    describe(m_destination, SettingKey::DestinationName);
     m_remote = new QComboBox(this);
+    describe(m_remote, SettingKey::RemoteDestinationName);
     jobs->addRow(tr("Jobs from other devices go to:"), m_remote);
 
     QFormLayout* desktop = nullptr;
@@ -55,10 +64,13 @@ GeneralSettingsPage::GeneralSettingsPage(DestinationListModel& destinations, QWi
     if (const SettingDefinition* setting = SettingsSchema::find(SettingKey::Maxcount))
         m_maxcount->setRange(int(setting->minimum), int(setting->maximum));
     m_maxcount->setMaximumWidth(90);
+    describe(m_maxcount, SettingKey::Maxcount);
     desktop->addRow(tr("Destinations per row in the panel:"), m_maxcount);
     m_followMouse = new QCheckBox(tr("Open the panel at the mouse pointer"), this);
+    describe(m_followMouse, SettingKey::FollowMouse);
     desktop->addRow(QString(), m_followMouse);
     m_showTray = new QCheckBox(tr("Show the Quirepad icon in the tray"), this);
+    describe(m_showTray, SettingKey::ShowMenubarIcon);
     desktop->addRow(QString(), m_showTray);
     m_notifications = new QCheckBox(tr("Show notifications"), this);
     desktop->addRow(QString(), m_notifications);

@@ -1,5 +1,6 @@
 #include "ui/StatusMenu.h"
 
+#include "foundation/SettingsSchema.h"
 #include "foundation/UserDefaults.h"
 #include "pipeline/MainAppDelegate.h"
 #include "store/DestinationItem.h"
@@ -98,7 +99,7 @@ StatusMenu::~StatusMenu()
 
 void StatusMenu::applySettings()
 {
-    m_tray->setVisible(UserDefaults::standard().boolValue(QStringLiteral("show_menubar_icon")));
+    m_tray->setVisible(UserDefaults::standard().boolValue(SettingKey::ShowMenubarIcon));
 }
 
 void StatusMenu::rebuildMenu()
